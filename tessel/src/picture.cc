@@ -1,0 +1,299 @@
+// The picture allocator, copies, row access in RGB(A) and area-averaging reduction.
+#include <algorithm>
+#include <atomic>
+#include <cstdlib>
+#include <cstring>
+#include <vector>
+
+#include "format.h"
+
+namespace {
+
+std::atomic<uint64_t> g_max_pixels{uint64_t(1) << 28};
+
+// Row stride for a model and width, or 0 on overflow.
+uint64_t strideFor(int model, uint64_t width, int align) {
+  uint64_t bpp = static_cast<uint64_t>(tslBytesPerPixel(model));
+  uint64_t line = model == TSL_BINARY ? (width + 7) / 8 : width * bpp;
+  if (align > 1) line = (line + static_cast<uint64_t>(align) - 1) / static_cast<uint64_t>(align) * static_cast<uint64_t>(align);
+  return line;
+}
+
+}  // namespace
+
+extern "C" {
+
+void tslSetMaxPixels(uint64_t max_pixels) { g_max_pixels = max_pixels ? max_pixels : (uint64_t(1) << 28); }
+uint64_t tslGetMaxPixels(void) { return g_max_pixels; }
+
+int tslBytesPerPixel(int model) {
+  switch (model) {
+    case TSL_BINARY:
+    case TSL_GREY:
+    case TSL_INDEXED:
+      return 1;
+    case TSL_RGB:
+    case TSL_BGR:
+      return 3;
+    default:
+      return TSL_IS_TRUECOLOR(model) ? 4 : 0;
+  }
+}
+
+int tslAllock(TslPicture *p, int model, int alloc_param, uint32_t width, uint32_t height) {
+  if (!p) return 0;
+  if (tslBytesPerPixel(model) == 0 || width == 0 || height == 0) return 0;
+  if (static_cast<uint64_t>(width) * height > g_max_pixels.load()) return 0;
+  int align = alloc_param > 0 && alloc_param <= 64 ? alloc_param : 0;
+  uint64_t line = strideFor(model, width, align);
+  if (line > 0xffffffffu) return 0;
+  uint64_t total = line * height;
+  if (total / height != line || total > (uint64_t(1) << 40)) return 0;
+  auto *pixels = static_cast<unsigned char *>(std::calloc(static_cast<size_t>(total), 1));
+  if (!pixels) return 0;
+  unsigned char *palette = nullptr;
+  if (model == TSL_INDEXED) {
+    palette = static_cast<unsigned char *>(std::calloc(768, 1));
+    if (!palette) {
+      std::free(pixels);
+      return 0;
+    }
+  }
+  p->width = width;
+  p->height = height;
+  p->bytes_per_line = static_cast<uint32_t>(line);
+  p->color_model = static_cast<int16_t>(model);
+  p->bytes_per_pixel = static_cast<uint16_t>(tslBytesPerPixel(model));
+  p->alloc_param = static_cast<int16_t>(alloc_param);
+  p->colors = model == TSL_BINARY ? 2 : model == TSL_GREY ? 256 : model == TSL_INDEXED ? 256 : 0;
+  p->transparent_index = -1;
+  p->palette = palette;
+  p->pixels = pixels;
+  return 1;
+}
+
+void tslFree(TslPicture *p) {
+  if (!p) return;
+  std::free(p->pixels);
+  std::free(p->palette);
+  p->pixels = nullptr;
+  p->palette = nullptr;
+}
+
+int tslCopyPicture(TslPicture *dest, const TslPicture *src) {
+  TslPicture out;
+  std::memset(&out, 0, sizeof out);
+  if (!src || !src->pixels || !tslAllock(&out, src->color_model, src->alloc_param, src->width, src->height)) {
+    std::memset(dest, 0, sizeof *dest);
+    return TSL_ERR_MEMORY;
+  }
+  std::memcpy(out.pixels, src->pixels, static_cast<size_t>(src->bytes_per_line) * src->height);
+  if (src->palette && out.palette) std::memcpy(out.palette, src->palette, 768);
+  out.attr_word = src->attr_word;
+  out.attr_pair[0] = src->attr_pair[0];
+  out.attr_pair[1] = src->attr_pair[1];
+  out.colors = src->colors;
+  out.transparent_index = src->transparent_index;
+  *dest = out;
+  return TSL_OK;
+}
+
+int tslCopyPictureRotated(TslPicture *dest, const TslPicture *src) {
+  TslPicture out;
+  std::memset(&out, 0, sizeof out);
+  if (!src || !tslAllock(&out, src->color_model, src->alloc_param, src->height, src->width)) {
+    std::memset(dest, 0, sizeof *dest);
+    return TSL_ERR_MEMORY;
+  }
+  if (src->palette && out.palette) std::memcpy(out.palette, src->palette, 768);
+  out.attr_word = src->attr_word;
+  out.attr_pair[0] = src->attr_pair[0];
+  out.attr_pair[1] = src->attr_pair[1];
+  out.colors = src->colors;
+  out.transparent_index = src->transparent_index;
+  *dest = out;
+  return TSL_OK;
+}
+
+void tslGetRowRGBA(const TslPicture *p, uint32_t y, unsigned char *out) {
+  const uint8_t *row = tessel::rowOf(p, y);
+  const uint32_t w = p->width;
+  switch (p->color_model) {
+    case TSL_BINARY:
+      for (uint32_t x = 0; x < w; ++x) {
+        uint8_t v = tessel::getBit(row, x) ? 255 : 0;
+        out[4 * x] = out[4 * x + 1] = out[4 * x + 2] = v;
+        out[4 * x + 3] = 255;
+      }
+      return;
+    case TSL_GREY:
+      for (uint32_t x = 0; x < w; ++x) {
+        out[4 * x] = out[4 * x + 1] = out[4 * x + 2] = row[x];
+        out[4 * x + 3] = 255;
+      }
+      return;
+    case TSL_INDEXED: {
+      const uint8_t *pal = p->palette;
+      for (uint32_t x = 0; x < w; ++x) {
+        uint8_t i = row[x];
+        out[4 * x] = pal ? pal[i] : i;
+        out[4 * x + 1] = pal ? pal[256 + i] : i;
+        out[4 * x + 2] = pal ? pal[512 + i] : i;
+        out[4 * x + 3] = (p->transparent_index >= 0 && i == p->transparent_index) ? 0 : 255;
+      }
+      return;
+    }
+    default: {
+      tessel::ChannelLayout L = tessel::channelLayout(p->color_model);
+      const int n = p->bytes_per_pixel;
+      for (uint32_t x = 0; x < w; ++x) {
+        const uint8_t *s = row + static_cast<size_t>(x) * n;
+        out[4 * x] = s[L.r];
+        out[4 * x + 1] = s[L.g];
+        out[4 * x + 2] = s[L.b];
+        out[4 * x + 3] = L.a >= 0 ? s[L.a] : 255;
+      }
+    }
+  }
+}
+
+void tslGetRowRGB(const TslPicture *p, uint32_t y, unsigned char *out) {
+  if (p->color_model == TSL_RGB) {
+    std::memcpy(out, tessel::rowOf(p, y), static_cast<size_t>(p->width) * 3);
+    return;
+  }
+  if (p->color_model == TSL_GREY) {
+    const uint8_t *row = tessel::rowOf(p, y);
+    for (uint32_t x = 0; x < p->width; ++x) out[3 * x] = out[3 * x + 1] = out[3 * x + 2] = row[x];
+    return;
+  }
+  std::vector<uint8_t> tmp(static_cast<size_t>(p->width) * 4);
+  tslGetRowRGBA(p, y, tmp.data());
+  for (uint32_t x = 0; x < p->width; ++x) {
+    out[3 * x] = tmp[4 * x];
+    out[3 * x + 1] = tmp[4 * x + 1];
+    out[3 * x + 2] = tmp[4 * x + 2];
+  }
+}
+
+}  // extern "C"
+
+namespace tessel {
+
+ChannelLayout channelLayout(int model) {
+  switch (model) {
+    case TSL_RGB: return {0, 1, 2, -1};
+    case TSL_BGR: return {2, 1, 0, -1};
+    case TSL_RGBA: return {0, 1, 2, 3};
+    case TSL_BGRA: return {2, 1, 0, 3};
+    case TSL_ARGB: return {1, 2, 3, 0};
+    case TSL_ABGR: return {3, 2, 1, 0};
+    default: return {0, 1, 2, -1};
+  }
+}
+
+void greyPalette(uint8_t *palette, int n) {
+  if (n < 2) n = 2;
+  if (n > 256) n = 256;
+  for (int i = 0; i < n; ++i) {
+    uint8_t v = static_cast<uint8_t>(i * 255 / (n - 1));
+    palette[i] = palette[256 + i] = palette[512 + i] = v;
+  }
+}
+
+bool paletteIsGrey(const TslPicture *p) {
+  if (!p->palette) return false;
+  int n = p->colors > 0 && p->colors <= 256 ? p->colors : 256;
+  for (int i = 0; i < n; ++i)
+    if (p->palette[i] != p->palette[256 + i] || p->palette[i] != p->palette[512 + i]) return false;
+  return true;
+}
+
+// Area-averaging reduction: each destination pixel is the weighted mean of
+// the source area it covers (fixed point, weights in 1/256 of a source pixel).
+int reducePicture(TslPicture *picture, int tw, int th) {
+  const uint32_t sw = picture->width, sh = picture->height;
+  if (tw <= 0 || th <= 0 || (sw <= static_cast<uint32_t>(tw) && sh <= static_cast<uint32_t>(th))) return TSL_OK;
+  // Fit inside tw x th keeping the aspect ratio.
+  uint64_t dw = tw, dh = static_cast<uint64_t>(sh) * tw / sw;
+  if (dh > static_cast<uint64_t>(th)) {
+    dh = th;
+    dw = static_cast<uint64_t>(sw) * th / sh;
+  }
+  if (dw < 1) dw = 1;
+  if (dh < 1) dh = 1;
+  const bool grey = picture->color_model == TSL_GREY || picture->color_model == TSL_BINARY ||
+                    (picture->color_model == TSL_INDEXED && paletteIsGrey(picture));
+  const bool alpha = picture->color_model == TSL_RGBA || picture->color_model == TSL_BGRA ||
+                     picture->color_model == TSL_ARGB || picture->color_model == TSL_ABGR;
+  const int model = grey ? TSL_GREY : alpha ? TSL_RGBA : TSL_RGB;
+  const int ch = tslBytesPerPixel(model);
+  TslPicture out;
+  std::memset(&out, 0, sizeof out);
+  if (!tslAllock(&out, model, picture->alloc_param, static_cast<uint32_t>(dw), static_cast<uint32_t>(dh)))
+    return TSL_ERR_MEMORY;
+  out.attr_word = picture->attr_word;
+  out.attr_pair[0] = picture->attr_pair[0];
+  out.attr_pair[1] = picture->attr_pair[1];
+
+  // Horizontal weights: source column x contributes to destination columns
+  // in proportion to the overlap, measured in units of 1/(sw) of dest pixels.
+  // We accumulate in "scaled" space: each source pixel spans dw units, each
+  // destination pixel spans sw units.
+  std::vector<uint8_t> rgba(static_cast<size_t>(sw) * 4);
+  std::vector<uint64_t> acc(static_cast<size_t>(dw) * ch, 0);
+  std::vector<uint64_t> rowacc(static_cast<size_t>(dw) * ch);
+  uint64_t ypos = 0;  // in units where a source row is dh and a dest row is sh
+  uint32_t oy = 0;
+  uint64_t yfill = 0;  // units accumulated in the current dest row
+  for (uint32_t sy = 0; sy < sh && oy < dh; ++sy) {
+    tslGetRowRGBA(picture, sy, rgba.data());
+    // Horizontal pass into rowacc (weights sum to sw per dest pixel).
+    std::fill(rowacc.begin(), rowacc.end(), 0);
+    uint64_t xfill = 0;
+    uint32_t ox = 0;
+    for (uint32_t sx = 0; sx < sw && ox < dw; ++sx) {
+      uint64_t left = dw;  // this source pixel spans dw units
+      const uint8_t *s = &rgba[static_cast<size_t>(sx) * 4];
+      while (left > 0 && ox < dw) {
+        uint64_t take = std::min(left, sw - xfill);
+        uint64_t *a = &rowacc[static_cast<size_t>(ox) * ch];
+        if (grey) {
+          a[0] += s[0] * take;
+        } else {
+          for (int c = 0; c < ch; ++c) a[c] += s[c] * take;
+        }
+        left -= take;
+        xfill += take;
+        if (xfill == sw) {
+          xfill = 0;
+          ++ox;
+        }
+      }
+    }
+    // Vertical accumulation.
+    uint64_t left = dh;
+    while (left > 0 && oy < dh) {
+      uint64_t take = std::min(left, sh - yfill);
+      for (size_t i = 0; i < acc.size(); ++i) acc[i] += rowacc[i] * take;
+      left -= take;
+      yfill += take;
+      if (yfill == sh) {
+        uint8_t *dst = rowOf(&out, oy);
+        const uint64_t div = static_cast<uint64_t>(sw) * sh;
+        for (size_t i = 0; i < acc.size(); ++i) {
+          dst[i] = static_cast<uint8_t>((acc[i] + div / 2) / div);
+          acc[i] = 0;
+        }
+        yfill = 0;
+        ++oy;
+      }
+    }
+    ypos += dh;
+  }
+  tslFree(picture);
+  *picture = out;
+  return TSL_OK;
+}
+
+}  // namespace tessel

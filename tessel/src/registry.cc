@@ -1,0 +1,20 @@
+// The format table in the library's order.
+#include "format.h"
+
+namespace tessel {
+extern const FormatDef kBmpFormat, kDcxFormat, kGifFormat, kIffFormat, kJp2Format, kJpegFormat, kPbmFormat,
+    kPcxFormat, kPgmFormat, kPngFormat, kPpmFormat, kRawFormat, kSgiFormat, kTgaFormat, kTiffFormat, kWebpFormat,
+    kXbmFormat, kXpmFormat, kXwdFormat, kYuvFormat;
+
+namespace {
+const FormatDef *const kTable[] = {
+    &kBmpFormat, &kDcxFormat, &kGifFormat, &kIffFormat, &kJp2Format, &kJpegFormat, &kPbmFormat,
+    &kPcxFormat, &kPgmFormat, &kPngFormat, &kPpmFormat, &kRawFormat, &kSgiFormat, &kTgaFormat,
+    &kTiffFormat, &kWebpFormat, &kXbmFormat, &kXpmFormat, &kXwdFormat, &kYuvFormat,
+};
+}  // namespace
+
+int formatCount() { return static_cast<int>(sizeof kTable / sizeof kTable[0]); }
+const FormatDef &formatAt(int index) { return *kTable[index]; }
+
+}  // namespace tessel

@@ -1,0 +1,2 @@
+// mksamples: placeholder.
+int main() { return 0; }
