@@ -65,7 +65,8 @@ typedef struct TslPicture {
     uint16_t bytes_per_pixel;
     int16_t  alloc_param;        /* 0: rows packed; n > 0: rows aligned to n bytes (n <= 64) */
     uint16_t attr_word;          /* carried along, never interpreted by the library */
-    uint32_t attr_pair[2];       /* carried along, never interpreted by the library */
+    uint32_t attr_pair[2];       /* resolution: horizontal, vertical dots per inch (0 = unknown);
+                                    set by readers, written by writers when TslParams.dpi_x is 0 */
     int16_t  colors;             /* palette entries in use / grey levels */
     int16_t  transparent_index;  /* -1 = none */
     unsigned char *palette;      /* 768 bytes: 256 red, 256 green, 256 blue; NULL for true colour */
