@@ -43,6 +43,8 @@ const OpEntry *OpCatalogue();
 int OpCatalogueCount();
 // Row of an option (and sub-option, nullptr when the row has none); -1 when unknown.
 int OpCatalogueFind(const char *option, const char *sub_option);
+// True when the option's rows carry a sub-option ("-noise", "-edgedetect").
+bool OpOptionHasSubOptions(const char *option);
 
 // A chosen operation with its values (a process-list entry).
 struct OpProcess {

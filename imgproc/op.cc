@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <cstring>
+#include <thread>
+#include <vector>
 
 namespace quilla {
 
@@ -55,6 +57,47 @@ void FetchBorderRow(uint8_t *buf, const TslPicture *pic, int row, int size) {
   }
 }
 
+int ParallelBandCount(int rows, size_t bytes_per_row) {
+  if (rows < 2) return 1;
+  const uint64_t work = static_cast<uint64_t>(rows) * bytes_per_row;
+  if (work < (uint64_t(1) << 18)) return 1;
+  unsigned hw = std::thread::hardware_concurrency();
+  if (hw == 0) hw = 1;
+  if (hw > 16) hw = 16;
+  return static_cast<int>(std::min<uint64_t>({hw, static_cast<uint64_t>(rows), work >> 17}));
+}
+
+void ParallelFor(int count, const std::function<void(int)> &fn) {
+  if (count <= 0) return;
+  std::vector<std::thread> threads;
+  threads.reserve(static_cast<size_t>(count));
+  int started = 1;  // tasks 1..started-1 run on their own threads
+  for (; started < count; ++started) {
+    try {
+      threads.emplace_back(fn, started);
+    } catch (...) {
+      break;
+    }
+  }
+  fn(0);
+  for (int k = started; k < count; ++k) fn(k);
+  for (std::thread &t : threads) t.join();
+}
+
+void ParallelRows(int begin, int end, size_t bytes_per_row, const std::function<void(int, int)> &fn) {
+  const int rows = end - begin;
+  if (rows <= 0) return;
+  const int bands = ParallelBandCount(rows, bytes_per_row);
+  if (bands <= 1) {
+    fn(begin, end);
+    return;
+  }
+  ParallelFor(bands, [&](int b) {
+    fn(begin + static_cast<int>(static_cast<int64_t>(rows) * b / bands),
+       begin + static_cast<int>(static_cast<int64_t>(rows) * (b + 1) / bands));
+  });
+}
+
 namespace {
 
 // The shared body of ApplyLut and ApplyLut3.
@@ -70,6 +113,7 @@ int applyTables(TslPicture *src, TslPicture *dst, const OpRect *rect, const uint
   }
   if (pic->color_model == TSL_INDEXED) {
     uint8_t *pal = pic->palette;
+    if (!pal) return kOpDone;
     const int n = std::min<int>(std::max<int>(pic->colors, 0), 256);
     for (int k = 0; k < n; ++k) {
       pal[k] = t0[pal[k]];
@@ -80,7 +124,8 @@ int applyTables(TslPicture *src, TslPicture *dst, const OpRect *rect, const uint
   }
   const int bpp = pic->bytes_per_pixel;
   const uint8_t *tables[4] = {t0, t1, t2, t0};
-  for (int y = r.y; y < r.y + r.height; ++y) {
+  ParallelRows(r.y, r.y + r.height, static_cast<size_t>(r.width) * bpp, [&](int y0, int y1) {
+  for (int y = y0; y < y1; ++y) {
     uint8_t *p = RowOf(pic, static_cast<uint32_t>(y)) + static_cast<size_t>(r.x) * bpp;
     if (bpp == 1) {
       for (int x = 0; x < r.width; ++x) p[x] = t0[p[x]];
@@ -101,6 +146,7 @@ int applyTables(TslPicture *src, TslPicture *dst, const OpRect *rect, const uint
         for (int c = 0; c < bpp; ++c, ++p) *p = tables[c < 3 ? c : 3][*p];
     }
   }
+  });
   return kOpDone;
 }
 

@@ -4,7 +4,9 @@
 #ifndef QUILLA_IMGPROC_OP_H
 #define QUILLA_IMGPROC_OP_H
 
+#include <cstddef>
 #include <cstdint>
+#include <functional>
 
 #include "tessel.h"
 
@@ -77,6 +79,18 @@ inline uint8_t *RowOf(TslPicture *p, uint32_t y) { return p->pixels + static_cas
 inline const uint8_t *RowOf(const TslPicture *p, uint32_t y) {
   return p->pixels + static_cast<size_t>(y) * p->bytes_per_line;
 }
+
+// Runs fn(first, last) over the rows [begin, end) split into contiguous
+// bands, one per processor, when the work (rows x bytes_per_row) is large
+// enough to pay for the threads; otherwise, or when a thread cannot be
+// started, the bands run on the calling thread.  fn must only write rows of
+// its own band.
+void ParallelRows(int begin, int end, size_t bytes_per_row, const std::function<void(int, int)> &fn);
+// Runs fn(0) .. fn(count - 1), each task on its own thread (task 0 on the
+// calling thread); tasks whose thread cannot be started run on the caller.
+void ParallelFor(int count, const std::function<void(int)> &fn);
+// The number of bands ParallelRows would use for that work.
+int ParallelBandCount(int rows, size_t bytes_per_row);
 
 // Point operations by table (one table, or one per channel).
 int ApplyLut(TslPicture *src, TslPicture *dst, const OpRect *rect, const uint8_t table[256]);
