@@ -76,7 +76,9 @@ int runFilter(TslPicture *src, TslPicture *dst, const OpRect *rect, int n, size_
 
   const size_t bpp = src->bytes_per_pixel;
   const int half = n / 2;
-  const size_t row_bytes = (static_cast<size_t>(src->width) + 2 * static_cast<size_t>(half)) * bpp + 64;
+  // Rounded to 64 bytes so that every buffer (and the scratch typed as wider
+  // integers) starts aligned.
+  const size_t row_bytes = ((static_cast<size_t>(src->width) + 2 * static_cast<size_t>(half)) * bpp + 64 + 63) & ~size_t(63);
   const size_t per_band = row_bytes * (static_cast<size_t>(n) + scratch_bytes_per_padded_byte);
   const int bands = ParallelBandCount(r.height, static_cast<size_t>(r.width) * bpp * static_cast<size_t>(n));
   auto *memory = static_cast<uint8_t *>(std::malloc(per_band * static_cast<size_t>(bands)));
@@ -390,6 +392,54 @@ int MedianCross(TslPicture *src, TslPicture *dst, const OpRect *rect, int n) {
         if (ky != half) v[k++] = j.rows[ky][j.off + col];
       std::nth_element(v, v + index, v + count);
       j.out[i] = v[index];
+    }
+  });
+}
+
+}  // namespace quilla
+
+namespace quilla {
+
+int ApplyKernelN(TslPicture *src, TslPicture *dst, const OpRect *rect, int n, const int32_t *weights, int divisor,
+                 int bias) {
+  if (badSize(n)) return kOpEmptyRect;
+  if (divisor == 0) divisor = 1;
+  std::vector<int32_t> w(weights, weights + static_cast<size_t>(n) * n);
+  int64_t reach = 0;  // largest possible |sum|
+  for (int32_t v : w) reach += 255 * static_cast<int64_t>(std::abs(static_cast<int64_t>(v)));
+  const bool small = reach < (int64_t(1) << 24) && std::abs(static_cast<int64_t>(divisor)) < (int64_t(1) << 24);
+  const bool wide = reach > INT32_MAX;
+  const Divider d(static_cast<uint32_t>(divisor < 0 ? -static_cast<int64_t>(divisor) : divisor));
+  const int sign = divisor < 0 ? -1 : 1;
+  return runFilter(src, dst, rect, n, 8, [&](const RowJob &j) {
+    int64_t *__restrict acc = reinterpret_cast<int64_t *>(j.scratch);
+    std::memset(acc, 0, j.nbytes * sizeof(int64_t));
+    if (!wide) {
+      int32_t *__restrict acc32 = reinterpret_cast<int32_t *>(j.scratch);
+      for (int ky = 0; ky < n; ++ky)
+        for (int kx = 0; kx < n; ++kx) {
+          const int32_t wt = w[static_cast<size_t>(ky) * n + kx];
+          if (wt == 0) continue;
+          const uint8_t *__restrict p = j.rows[ky] + j.off + static_cast<size_t>(kx) * j.bpp;
+          for (size_t i = 0; i < j.nbytes; ++i) acc32[i] += wt * p[i];
+        }
+      for (size_t i = 0; i < j.nbytes; ++i) {
+        const int32_t s = acc32[i];
+        const int64_t q = small ? sign * d.sdiv(s) : static_cast<int64_t>(s) / divisor;
+        const int64_t v = q + bias;
+        j.out[i] = static_cast<uint8_t>(v < 0 ? 0 : v > 255 ? 255 : v);
+      }
+      return;
+    }
+    for (int ky = 0; ky < n; ++ky)
+      for (int kx = 0; kx < n; ++kx) {
+        const int64_t wt = w[static_cast<size_t>(ky) * n + kx];
+        const uint8_t *p = j.rows[ky] + j.off + static_cast<size_t>(kx) * j.bpp;
+        for (size_t i = 0; i < j.nbytes; ++i) acc[i] += wt * p[i];
+      }
+    for (size_t i = 0; i < j.nbytes; ++i) {
+      const int64_t v = acc[i] / divisor + bias;
+      j.out[i] = static_cast<uint8_t>(v < 0 ? 0 : v > 255 ? 255 : v);
     }
   });
 }

@@ -47,6 +47,13 @@ int Minimum(TslPicture *src, TslPicture *dst, const OpRect *rect, int n);
 int MedianBox(TslPicture *src, TslPicture *dst, const OpRect *rect, int n);
 int MedianCross(TslPicture *src, TslPicture *dst, const OpRect *rect, int n);
 
+// A general n x n convolution (n in kMinFilterSize..kMaxFilterSize):
+// value = (sum of weight times value) / divisor, truncated toward zero, plus
+// bias, clamped to 0..255.  weights holds n*n values in row order; a
+// divisor of 0 counts as 1.
+int ApplyKernelN(TslPicture *src, TslPicture *dst, const OpRect *rect, int n, const int32_t *weights, int divisor,
+                 int bias);
+
 // Integer Gaussian weights (units of 1/2048) for size n, n*n values in row
 // order; false for a size outside the accepted range.
 bool GaussianWeights(int n, int32_t *weights);
