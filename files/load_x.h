@@ -1,0 +1,41 @@
+// The central load: progress dialog with Stop, the load pump, error texts in
+// the application's message box, busy cursor.
+#ifndef QUILLA_FILES_LOAD_X_H
+#define QUILLA_FILES_LOAD_X_H
+
+#include <X11/Intrinsic.h>
+
+#include <string>
+
+#include "tessel.h"
+
+namespace quilla {
+
+// Loads page `page` of `path` into *pic (which must be empty).  `info` is the
+// library's file information for the file (its format index and, for error
+// 9, its message); nullptr asks the library first.  Errors other than 15
+// (stopped) are shown in the message box when report_errors.  Returns the
+// result code's low 8 bits.
+int CentralLoad(Widget owner, const char *path, int page, TslPicture *pic, const TslFileInfo *info,
+                bool report_errors);
+// The same inside a busy cursor on the owner.
+int CentralLoadBusy(Widget owner, const char *path, int page, TslPicture *pic, const TslFileInfo *info,
+                    bool report_errors);
+
+// The application's modal message box (a label and "O.K.").
+void ShowMessage(Widget owner, const std::string &text);
+// The error text of a result code in the message box.
+void ShowLoadError(Widget owner, const char *path, int code, const char *library_message);
+
+// The progress dialog QuillProgress: title, label, a MyProgressBar and Stop.
+Widget OpenProgress(Widget owner, const char *title, const char *label);
+void SetProgress(Widget dialog, int percent);
+bool ProgressStopped(Widget dialog);
+void CloseProgress(Widget dialog);
+
+// The busy cursor on a widget's shell.
+void SetBusy(Widget w, bool busy);
+
+}  // namespace quilla
+
+#endif
