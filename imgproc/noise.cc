@@ -112,6 +112,16 @@ int addNoise(TslPicture *src, TslPicture *dst, const OpRect *rect, const OpParam
   return kOpDone;
 }
 
+// Insertion sort for the few values of a 3x3 window.
+inline void sortSmall(int *v, int n) {
+  for (int i = 1; i < n; ++i) {
+    const int t = v[i];
+    int j = i;
+    for (; j > 0 && v[j - 1] > t; --j) v[j] = v[j - 1];
+    v[j] = t;
+  }
+}
+
 // Reads value c of pixel (x, y): a bit, an index or one byte.
 inline int valueAt(const TslPicture *pic, int x, int y, int c) {
   const uint8_t *row = RowOf(pic, static_cast<uint32_t>(y));
@@ -127,13 +137,16 @@ inline int valueAt(const TslPicture *pic, int x, int y, int c) {
 // pixels are judged by the neighbours they have; a pixel with a single
 // neighbour is never changed):
 //  - grey and true colour, channel by channel (alpha untouched): a value
-//    strictly above the largest or below the smallest neighbour is an
-//    outlier and is replaced by the median of the window (of the two
-//    middle values of an even count, the one farther from the outlier);
-//    all other values stay;
+//    strictly above the second largest or below the second smallest
+//    neighbour is an outlier (so pairs of impulses go too, while a pixel
+//    with two like neighbours, as along an edge or a thin line, stays) and
+//    is replaced by the median of the window (of the two middle values of
+//    an even count, the one farther from the outlier); all other values
+//    stay;
 //  - indexed and bilevel: a pixel whose index (bit) none of its neighbours
 //    shares takes the most frequent neighbour value (on a tie the first in
-//    row order); the palette is kept.
+//    row order); the palette is kept.  Graphics are more often drawn with
+//    intended two-pixel details, so only single pixels count as noise.
 int OpReduceNoise(TslPicture *src, TslPicture *dst, const OpRect *rect, const OpParams &) {
   if (!usable(src)) return kOpEmptyRect;
   OpRect r;
@@ -161,15 +174,18 @@ int OpReduceNoise(TslPicture *src, TslPicture *dst, const OpRect *rect, const Op
             if (xx != x || yy != y) nb[n++] = valueAt(src, xx, yy, pos[c]);
         if (n < 2) continue;  // one neighbour cannot tell an outlier
         if (blend) {
-          const int mn = *std::min_element(nb, nb + n), mx = *std::max_element(nb, nb + n);
-          if (centre >= mn && centre <= mx) continue;
+          // Bounds: the second smallest and second largest neighbour (the
+          // extremes themselves when there are only two neighbours).
+          sortSmall(nb, n);
+          const int lo = n > 2 ? nb[1] : nb[0], hi = n > 2 ? nb[n - 2] : nb[n - 1];
+          if (centre >= lo && centre <= hi) continue;
           int win[9];
           std::copy(nb, nb + n, win);
           win[n] = centre;
           // The middle value; of the two middles of an even count, the one
           // farther from the outlier.
-          const int mid = centre > mx ? n / 2 : (n + 1) / 2;
-          std::nth_element(win, win + mid, win + n + 1);
+          const int mid = centre > hi ? n / 2 : (n + 1) / 2;
+          sortSmall(win, n + 1);
           out[static_cast<size_t>(x) * bpp + pos[c]] = static_cast<uint8_t>(win[mid]);
           continue;
         }
