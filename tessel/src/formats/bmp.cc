@@ -223,7 +223,7 @@ Channel makeChannel(uint32_t mask) {
 
 int modelFor(const BmpHeader &h, const Palette &pal) {
   if (h.bits <= 8) return h.bits == 1 && blackWhite(pal) ? TSL_BINARY : TSL_INDEXED;
-  return h.masks[3] ? TSL_RGBA : TSL_RGB;
+  return (h.bits == 16 || h.bits == 32) && h.masks[3] ? TSL_RGBA : TSL_RGB;
 }
 
 uint32_t dpiOf(uint32_t ppm) { return static_cast<uint32_t>(ppm * 0.0254 + 0.5); }
@@ -296,7 +296,8 @@ int decodeRle(const Source &src, const BmpHeader &h, TslPicture *pic, LoadContex
     ++x;
   };
   while (r < rows) {
-    if (p + 2 > end) return TSL_ERR_READ;
+    // Data that stops once the last row is complete lacks only its end codes.
+    if (p + 2 > end) return r + 1 == rows && x >= w ? TSL_OK : TSL_ERR_READ;
     const uint8_t b0 = d[p], b1 = d[p + 1];
     p += 2;
     if (b0 > 0) {
