@@ -121,6 +121,7 @@ int openDecoder(const Source &src, LoadContext *ctx, bool strict, Opened *o) {
   opj_image_t *image = nullptr;
   const bool ok = opj_read_header(o->stream.get(), o->codec.get(), &image);
   o->image.reset(image);
+  if (o->input.stopped) return TSL_STOPPED;
   if (!ok || !image) return o->input.eof ? TSL_ERR_READ : TSL_ERR_CORRUPT;
   if (image->numcomps < 1 || image->x1 <= image->x0 || image->y1 <= image->y0) return TSL_ERR_CORRUPT;
   return TSL_OK;
