@@ -1,0 +1,32 @@
+# The X/Motif side: the custom widgets, and the thin shells (*_x.cc) over
+# the toolkit-free models.  Built only when Motif is installed.
+find_package(X11)
+find_path(MOTIF_INCLUDE_DIR Xm/Xm.h)
+find_library(MOTIF_LIBRARY Xm)
+find_library(XT_LIBRARY Xt)
+if(NOT X11_FOUND OR NOT MOTIF_INCLUDE_DIR OR NOT MOTIF_LIBRARY OR NOT XT_LIBRARY)
+  message(STATUS "Motif or Xt not found: the X program is not built")
+  return()
+endif()
+
+file(GLOB WIDGET_SOURCES CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/widgets/*.cc)
+add_library(widgets STATIC ${WIDGET_SOURCES})
+target_include_directories(widgets PUBLIC ${CMAKE_CURRENT_SOURCE_DIR} ${MOTIF_INCLUDE_DIR} ${X11_INCLUDE_DIR})
+target_link_libraries(widgets PUBLIC ${MOTIF_LIBRARY} ${XT_LIBRARY} ${X11_X11_LIB})
+# Xt widget class records are aggregate-initialised positionally.
+target_compile_options(widgets PRIVATE -Wno-missing-field-initializers)
+
+# GUI tests: they run against the Xvfb that scripts/test starts
+# (QUILLA_TEST_DISPLAY, QUILLA_TEST_DISPLAY8).
+function(quilla_gui_tests)
+  file(GLOB _src CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/gui/*.cc)
+  if(NOT _src)
+    return()
+  endif()
+  add_executable(test_gui ${_src})
+  target_link_libraries(test_gui PRIVATE GTest::gtest_main widgets tessel)
+  target_include_directories(test_gui PRIVATE ${CMAKE_CURRENT_SOURCE_DIR}/common)
+  target_compile_definitions(test_gui PRIVATE QUILLA_SOURCE_DIR="${PROJECT_SOURCE_DIR}"
+                             QUILLA_BINARY_DIR="${PROJECT_BINARY_DIR}")
+  gtest_discover_tests(test_gui DISCOVERY_TIMEOUT 60)
+endfunction()
