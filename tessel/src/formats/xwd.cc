@@ -79,7 +79,7 @@ int parseHeader(const Source &src, XwdFile *x, const char **why) {
   x->name.assign(reinterpret_cast<const char *>(name), strnlen(reinterpret_cast<const char *>(name), name_len));
 
   if (f[kWidth] == 0 || f[kHeight] == 0 || f[kWidth] > 0x7fffffff || f[kHeight] > 0x7fffffff) {
-    *why = "XWD picture has no size";
+    *why = "XWD picture size is invalid";
     return TSL_ERR_BAD_FILE;
   }
   if (f[kByteOrder] > 1 || f[kBitOrder] > 1) {
@@ -143,6 +143,15 @@ int parseHeader(const Source &src, XwdFile *x, const char **why) {
                     rd16(p + 8, x->little_endian)};
   }
   x->data_offset = static_cast<size_t>(cmap_end);
+  // Some writers state a bytes-per-line larger than the rows they write:
+  // when the data is exactly the rows padded to bitmap_pad, use that size.
+  const uint64_t pad = f[kBitmapPad] == 8 || f[kBitmapPad] == 16 || f[kBitmapPad] == 32 ? f[kBitmapPad] : 8;
+  const uint64_t padded = (bits_needed + pad - 1) / pad * pad / 8;
+  const uint64_t data = src.size - cmap_end;
+  const uint64_t planes = f[kPixmapFormat] == kXYPixmap ? depth : 1;
+  if (static_cast<uint64_t>(f[kBytesPerLine]) * f[kHeight] * planes > data && padded < f[kBytesPerLine] &&
+      padded * f[kHeight] * planes == data)
+    x->f[kBytesPerLine] = static_cast<uint32_t>(padded);
   x->plane_size = static_cast<uint64_t>(f[kBytesPerLine]) * f[kHeight];
   x->planes = f[kPixmapFormat] == kXYPixmap ? static_cast<int>(depth) : 1;
   return TSL_OK;
@@ -244,7 +253,8 @@ struct MaskChannel {
 // The colormap as a 256-entry palette (pixels without an entry stay black);
 // returns the number of entries in use.
 int buildPalette(const XwdFile &x, uint8_t *palette) {
-  const uint32_t depth = x.f[kDepth];
+  // Only visuals of up to 8 bits go through a palette.
+  const uint32_t depth = x.f[kDepth] < 8 ? x.f[kDepth] : 8;
   const int levels = 1 << depth;
   std::memset(palette, 0, 768);
   if (x.colors.empty()) {
@@ -284,6 +294,14 @@ int modelFor(const XwdFile &x, const uint8_t *palette, int used, bool *invert) {
     for (int i = 0; i < used && grey; ++i) grey = palette[i] == palette[256 + i] && palette[i] == palette[512 + i];
     if (grey) return TSL_GREY;
   }
+  // A full 256-entry identity grey ramp is a grey picture whatever the
+  // visual (grey pictures are written that way: not every reader takes an
+  // 8-bit GrayScale dump).
+  if (x.f[kDepth] == 8 && used == 256) {
+    bool ramp = true;
+    for (int i = 0; i < 256 && ramp; ++i) ramp = palette[i] == i && palette[256 + i] == i && palette[512 + i] == i;
+    if (ramp) return TSL_GREY;
+  }
   return TSL_INDEXED;
 }
 
@@ -308,7 +326,7 @@ int xwdInfo(const Source &src, int, TslFileInfo *info) {
   } else {
     info->planes = 1;
     info->bits_per_plane = static_cast<int>(x.f[kDepth]);
-    info->colors = info->color_model == TSL_INDEXED ? used : 1L << x.f[kDepth];
+    info->colors = info->color_model == TSL_INDEXED ? used : 1L << (x.f[kDepth] < 8 ? x.f[kDepth] : 8);
   }
   info->compression = TSL_COMP_NONE;
   info->pages = 1;
@@ -368,7 +386,7 @@ int xwdLoad(const Source &src, TslPicture *picture, LoadContext &ctx) {
     std::memcpy(picture->palette, palette, 768);
     picture->colors = static_cast<int16_t>(used);
   } else if (model == TSL_GREY) {
-    picture->colors = static_cast<int16_t>(1 << x.f[kDepth]);
+    picture->colors = static_cast<int16_t>(1 << (x.f[kDepth] < 8 ? x.f[kDepth] : 8));
   }
 
   std::vector<uint32_t> values(w);
@@ -423,11 +441,10 @@ int xwdSave(FILE *file, const TslPicture *pic, SaveContext &ctx) {
     f[kBitsPerPixel] = 8;
     f[kBitsPerRgb] = 8;
     f[kColormapEntries] = 256;
+    f[kVisualClass] = kPseudoColor;
     if (pic->color_model == TSL_GREY) {
-      f[kVisualClass] = kGrayScale;
       for (uint32_t i = 0; i < 256; ++i) colors.push_back({i, uint16_t(i * 257), uint16_t(i * 257), uint16_t(i * 257)});
     } else {
-      f[kVisualClass] = kPseudoColor;
       int n = pic->colors > 0 && pic->colors <= 256 ? pic->colors : 256;
       for (int i = 0; i < n; ++i)
         colors.push_back({static_cast<uint32_t>(i), uint16_t(pic->palette[i] * 257),
