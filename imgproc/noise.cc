@@ -9,8 +9,10 @@
 //              sqrt(amount * v) (amount 1.00 -> about 11 at mid grey)
 // Every colour channel gets its own deviate; alpha bytes are left alone.
 // The result is rounded and clamped to 0..255, so away from black and white
-// the mean is kept.  The deviates come from NoiseRng seeded with
-// OpParams.seed, drawn in row order, so a seed always gives the same bytes.
+// the mean is kept.  Each channel value takes one draw of NoiseRng, seeded
+// with OpParams.seed, in row order, which picks an entry of a quantile table
+// of the distribution; so a seed always gives the same bytes, and the inner
+// loop is an integer table look-up.
 #include "imgproc/noise.h"
 
 #include <algorithm>
@@ -22,45 +24,72 @@
 
 namespace quilla {
 
-double NoiseRng::gaussian() {
-  if (have_spare_) {
-    have_spare_ = false;
-    return spare_;
+std::vector<double> NormalQuantiles(int n) {
+  std::vector<double> q(static_cast<size_t>(n));
+  // Walk the normal distribution function on a fine grid and interpolate
+  // linearly at each probability (i + 0.5) / n.
+  const double step = 1.0 / 1024, limit = 8.0;
+  double z = -limit, cdf = 0.5 * std::erfc(limit / std::sqrt(2.0));
+  for (int i = 0; i < n; ++i) {
+    const double target = (i + 0.5) / n;
+    double next_cdf = 0.5 * std::erfc(-(z + step) / std::sqrt(2.0));
+    while (next_cdf < target && z < limit) {
+      z += step;
+      cdf = next_cdf;
+      next_cdf = 0.5 * std::erfc(-(z + step) / std::sqrt(2.0));
+    }
+    const double span = next_cdf - cdf;
+    q[i] = z + (span > 0 ? (target - cdf) / span * step : 0);
   }
-  const double u = open01(), v = open01();
-  const double m = std::sqrt(-2.0 * std::log(u));
-  const double a = 2.0 * 3.14159265358979323846 * v;
-  spare_ = m * std::sin(a);
-  have_spare_ = true;
-  return m * std::cos(a);
+  return q;
 }
 
-double NoiseRng::laplacian() {
-  const double u = open01() - 0.5;  // (-0.5, 0.5), never exactly +-0.5
-  return u < 0 ? std::log(1.0 + 2.0 * u) : -std::log(1.0 - 2.0 * u);
+std::vector<double> NoiseQuantiles(NoiseKind kind, double scale, int n) {
+  std::vector<double> q = kind == kNoiseGaussian ? NormalQuantiles(n) : std::vector<double>(static_cast<size_t>(n));
+  for (int i = 0; i < n; ++i) {
+    const double u = (i + 0.5) / n;
+    switch (kind) {
+      case kNoiseUniform: q[i] = (2 * u - 1) * scale; break;
+      case kNoiseLaplacian: q[i] = (u < 0.5 ? std::log(2 * u) : -std::log(2 * (1 - u))) * scale; break;
+      default: q[i] *= scale; break;
+    }
+  }
+  return q;
 }
 
-uint32_t NoiseRng::poisson(double lambda) {
-  if (!(lambda > 0)) return 0;
-  if (lambda > 64) {
-    const double k = std::floor(lambda + std::sqrt(lambda) * gaussian() + 0.5);
-    return k <= 0 ? 0 : k >= 4e9 ? 4000000000u : static_cast<uint32_t>(k);
+std::vector<uint8_t> PoissonLevelTables(double amount, int n) {
+  std::vector<uint8_t> t(static_cast<size_t>(256) * n);
+  const std::vector<double> z = NormalQuantiles(n);
+  auto level = [&](double k) {
+    const double v = std::floor(k * amount + 0.5);
+    return static_cast<uint8_t>(v < 0 ? 0 : v > 255 ? 255 : v);
+  };
+  for (int v = 0; v < 256; ++v) {
+    uint8_t *row = t.data() + static_cast<size_t>(v) * n;
+    const double lambda = v / amount;
+    if (lambda > 500) {  // normal approximation; exp(-lambda) would underflow
+      for (int i = 0; i < n; ++i) row[i] = level(std::floor(lambda + std::sqrt(lambda) * z[i] + 0.5));
+      continue;
+    }
+    // Exact: walk the distribution function k = 0, 1, ...
+    double pmf = std::exp(-lambda), cdf = pmf;
+    int k = 0;
+    for (int i = 0; i < n; ++i) {
+      const double target = (i + 0.5) / n;
+      while (cdf < target && k < 100000) {
+        ++k;
+        pmf *= lambda / k;
+        cdf += pmf;
+      }
+      row[i] = level(k);
+    }
   }
-  const double limit = std::exp(-lambda);
-  uint32_t k = 0;
-  double prod = open01();
-  while (prod > limit) {
-    ++k;
-    prod *= open01();
-  }
-  return k;
+  return t;
 }
 
 using fx::OwnedPicture;
 
 namespace {
-
-enum NoiseKind { kUniform, kGaussian, kLaplacian, kPoisson };
 
 bool usable(const TslPicture *p) { return p && p->pixels && p->width > 0 && p->height > 0; }
 
@@ -89,22 +118,37 @@ int addNoise(TslPicture *src, TslPicture *dst, const OpRect *rect, const OpParam
   std::sort(pos, pos + channels);
   const int bpp = pic->bytes_per_pixel;
 
+  // Each channel value takes one 32-bit draw, whose top bits pick a
+  // quantile of the distribution from a table: every draw is equally likely,
+  // so the values follow the distribution (cut beyond the outermost
+  // quantile, 1 / 131072 from either end).
   NoiseRng rng(p.seed);
-  const double scale = kind == kGaussian ? 2.0 * 2.55 * amount : 2.55 * amount;
+  std::vector<int32_t> offset;     // deviate in 1/256 levels, by 16-bit draw
+  std::vector<uint8_t> by_level;   // Poisson: 4096 results per level
+  try {
+    if (kind == kNoisePoisson) {
+      by_level = PoissonLevelTables(amount, 4096);
+    } else {
+      const std::vector<double> q =
+          NoiseQuantiles(kind, kind == kNoiseGaussian ? 2.0 * 2.55 * amount : 2.55 * amount, 65536);
+      offset.resize(q.size());
+      for (size_t i = 0; i < q.size(); ++i) offset[i] = static_cast<int32_t>(std::lround(q[i] * 256));
+    }
+  } catch (const std::bad_alloc &) {
+    return kOpNoMemory;
+  }
   for (int y = r.y; y < r.y + r.height; ++y) {
     uint8_t *px = RowOf(pic, static_cast<uint32_t>(y)) + static_cast<size_t>(r.x) * bpp;
     for (int x = 0; x < r.width; ++x, px += bpp) {
       for (int c = 0; c < channels; ++c) {
-        const double v = px[pos[c]];
-        double out;
-        switch (kind) {
-          case kUniform: out = v + (2.0 * rng.open01() - 1.0) * scale; break;
-          case kGaussian: out = v + rng.gaussian() * scale; break;
-          case kLaplacian: out = v + rng.laplacian() * scale; break;
-          default: out = rng.poisson(v / amount) * amount; break;
+        uint8_t &v = px[pos[c]];
+        const uint32_t draw = rng.next();
+        if (kind == kNoisePoisson) {
+          v = by_level[static_cast<size_t>(v) * 4096 + (draw >> 20)];
+          continue;
         }
-        out = std::floor(out + 0.5);
-        px[pos[c]] = static_cast<uint8_t>(out < 0 ? 0 : out > 255 ? 255 : out);
+        const int32_t t = v * 256 + offset[draw >> 16] + 128;
+        v = static_cast<uint8_t>(t < 0 ? 0 : t >= 256 * 256 ? 255 : t >> 8);
       }
     }
   }
@@ -162,45 +206,78 @@ int OpReduceNoise(TslPicture *src, TslPicture *dst, const OpRect *rect, const Op
   const int bpp = src->bytes_per_pixel;
 
   for (int y = r.y; y < r.y + r.height; ++y) {
-    const int y0 = std::max(y - 1, 0), y1 = std::min(y + 1, h - 1);
     uint8_t *out = RowOf(&res.pic, static_cast<uint32_t>(y));
-    for (int x = r.x; x < r.x + r.width; ++x) {
-      const int x0 = std::max(x - 1, 0), x1 = std::min(x + 1, w - 1);
-      for (int c = 0; c < channels; ++c) {
-        const int centre = valueAt(src, x, y, pos[c]);
-        int nb[8], n = 0;
-        for (int yy = y0; yy <= y1; ++yy)
-          for (int xx = x0; xx <= x1; ++xx)
-            if (xx != x || yy != y) nb[n++] = valueAt(src, xx, yy, pos[c]);
+    if (blend) {
+      const uint8_t *rows[3] = {y > 0 ? RowOf(src, static_cast<uint32_t>(y - 1)) : nullptr,
+                                RowOf(src, static_cast<uint32_t>(y)),
+                                y + 1 < h ? RowOf(src, static_cast<uint32_t>(y + 1)) : nullptr};
+      for (int x = r.x; x < r.x + r.width; ++x) {
+        const uint8_t *nbp[8];
+        int n = 0;
+        for (int dy = 0; dy < 3; ++dy) {
+          if (!rows[dy]) continue;
+          for (int xx = std::max(x - 1, 0); xx <= std::min(x + 1, w - 1); ++xx)
+            if (dy != 1 || xx != x) nbp[n++] = rows[dy] + static_cast<size_t>(xx) * bpp;
+        }
         if (n < 2) continue;  // one neighbour cannot tell an outlier
-        if (blend) {
+        const uint8_t *cp = rows[1] + static_cast<size_t>(x) * bpp;
+        for (int c = 0; c < channels; ++c) {
+          const int off = pos[c], centre = cp[off];
           // Bounds: the second smallest and second largest neighbour (the
           // extremes themselves when there are only two neighbours).
-          sortSmall(nb, n);
-          const int lo = n > 2 ? nb[1] : nb[0], hi = n > 2 ? nb[n - 2] : nb[n - 1];
+          int mn1 = 256, mn2 = 256, mx1 = -1, mx2 = -1;
+          for (int i = 0; i < n; ++i) {
+            const int v = nbp[i][off];
+            if (v < mn1) {
+              mn2 = mn1;
+              mn1 = v;
+            } else if (v < mn2) {
+              mn2 = v;
+            }
+            if (v > mx1) {
+              mx2 = mx1;
+              mx1 = v;
+            } else if (v > mx2) {
+              mx2 = v;
+            }
+          }
+          const int lo = n > 2 ? mn2 : mn1, hi = n > 2 ? mx2 : mx1;
           if (centre >= lo && centre <= hi) continue;
           int win[9];
-          std::copy(nb, nb + n, win);
+          for (int i = 0; i < n; ++i) win[i] = nbp[i][off];
           win[n] = centre;
+          sortSmall(win, n + 1);
           // The middle value; of the two middles of an even count, the one
           // farther from the outlier.
           const int mid = centre > hi ? n / 2 : (n + 1) / 2;
-          sortSmall(win, n + 1);
-          out[static_cast<size_t>(x) * bpp + pos[c]] = static_cast<uint8_t>(win[mid]);
-          continue;
+          out[static_cast<size_t>(x) * bpp + off] = static_cast<uint8_t>(win[mid]);
         }
-        if (std::find(nb, nb + n, centre) != nb + n) continue;
-        int best = nb[0], best_count = 0;
-        for (int i = 0; i < n; ++i) {
-          const int cnt = static_cast<int>(std::count(nb, nb + n, nb[i]));
-          if (cnt > best_count) {
-            best = nb[i];
-            best_count = cnt;
-          }
-        }
-        if (src->color_model == TSL_BINARY) SetBit(out, x, best);
-        else out[x] = static_cast<uint8_t>(best);
       }
+      continue;
+    }
+    const int y0 = std::max(y - 1, 0), y1 = std::min(y + 1, h - 1);
+    for (int x = r.x; x < r.x + r.width; ++x) {
+      const int x0 = std::max(x - 1, 0), x1 = std::min(x + 1, w - 1);
+      const int centre = valueAt(src, x, y, 0);
+      int nb[8], n = 0;
+      bool shared = false;
+      for (int yy = y0; yy <= y1; ++yy)
+        for (int xx = x0; xx <= x1; ++xx)
+          if (xx != x || yy != y) {
+            nb[n] = valueAt(src, xx, yy, 0);
+            shared |= nb[n++] == centre;
+          }
+      if (n < 2 || shared) continue;
+      int best = nb[0], best_count = 0;
+      for (int i = 0; i < n; ++i) {
+        const int cnt = static_cast<int>(std::count(nb, nb + n, nb[i]));
+        if (cnt > best_count) {
+          best = nb[i];
+          best_count = cnt;
+        }
+      }
+      if (src->color_model == TSL_BINARY) SetBit(out, x, best);
+      else out[x] = static_cast<uint8_t>(best);
     }
   }
   HandOver(src, dst, &res.pic);
@@ -208,19 +285,19 @@ int OpReduceNoise(TslPicture *src, TslPicture *dst, const OpRect *rect, const Op
 }
 
 int OpAddUniformNoise(TslPicture *src, TslPicture *dst, const OpRect *rect, const OpParams &p) {
-  return addNoise(src, dst, rect, p, kUniform, 0.10, 50.00);
+  return addNoise(src, dst, rect, p, kNoiseUniform, 0.10, 50.00);
 }
 
 int OpAddGaussianNoise(TslPicture *src, TslPicture *dst, const OpRect *rect, const OpParams &p) {
-  return addNoise(src, dst, rect, p, kGaussian, 0.10, 10.00);
+  return addNoise(src, dst, rect, p, kNoiseGaussian, 0.10, 10.00);
 }
 
 int OpAddLaplacianNoise(TslPicture *src, TslPicture *dst, const OpRect *rect, const OpParams &p) {
-  return addNoise(src, dst, rect, p, kLaplacian, 0.10, 50.00);
+  return addNoise(src, dst, rect, p, kNoiseLaplacian, 0.10, 50.00);
 }
 
 int OpAddPoissonNoise(TslPicture *src, TslPicture *dst, const OpRect *rect, const OpParams &p) {
-  return addNoise(src, dst, rect, p, kPoisson, 0.01, 1.00);
+  return addNoise(src, dst, rect, p, kNoisePoisson, 0.01, 1.00);
 }
 
 }  // namespace quilla

@@ -1,10 +1,11 @@
 // The program's own small random generator for the random operations (noise,
 // spread), so that a given seed yields the same bytes on every system, and
-// the noise distributions built on it.
+// the quantile tables the noise generators draw from.
 #ifndef QUILLA_IMGPROC_NOISE_H
 #define QUILLA_IMGPROC_NOISE_H
 
 #include <cstdint>
+#include <vector>
 
 namespace quilla {
 
@@ -26,22 +27,25 @@ class NoiseRng {
   }
   // Uniform in [0, n) for n >= 1 (Lemire's multiply-shift, tiny bias ignored).
   uint32_t below(uint32_t n) { return static_cast<uint32_t>((static_cast<uint64_t>(next()) * n) >> 32); }
-  // Uniform in the open interval (0, 1).
-  double open01() { return (static_cast<double>(next()) + 0.5) * (1.0 / 4294967296.0); }
-
-  // Standard normal deviate (Box-Muller; the second value is kept).
-  double gaussian();
-  // Laplace deviate of scale 1 (mean absolute value 1).
-  double laplacian();
-  // Poisson deviate of mean lambda >= 0 (exact for small means, normal
-  // approximation with continuity correction above 64).
-  uint32_t poisson(double lambda);
 
  private:
   uint64_t state_;
-  bool have_spare_ = false;
-  double spare_ = 0;
 };
+
+enum NoiseKind { kNoiseUniform, kNoiseGaussian, kNoiseLaplacian, kNoisePoisson };
+
+// The standard normal deviates at the probabilities (i + 0.5) / n.
+std::vector<double> NormalQuantiles(int n);
+
+// Quantile table (n entries, probabilities (i + 0.5) / n) of the additive
+// noise of a kind, scaled: uniform over +-scale, gaussian of standard
+// deviation scale, laplacian of mean absolute deviation scale.
+std::vector<double> NoiseQuantiles(NoiseKind kind, double scale, int n);
+
+// Poisson noise: for each level v (0..255), n results (rounded and clamped
+// amount * k) at the quantiles of a Poisson variable k of mean v / amount;
+// row v starts at v * n.  Exact up to a mean of 500, normal beyond.
+std::vector<uint8_t> PoissonLevelTables(double amount, int n);
 
 }  // namespace quilla
 

@@ -167,23 +167,47 @@ TEST(AddNoise, KindsAndBounds) {
   EXPECT_EQ(OpAddPoissonNoise(&grey.p, nullptr, nullptr, amount(0.01)), kOpDone);
 }
 
-TEST(NoiseRng, PoissonAndLaplacianMoments) {
-  NoiseRng rng(9);
-  for (double lambda : {0.5, 5.0, 40.0, 300.0}) {
-    double s = 0, s2 = 0;
-    const int n = 40000;
-    for (int i = 0; i < n; ++i) {
-      const double k = rng.poisson(lambda);
-      s += k;
-      s2 += k * k;
+TEST(NoiseTables, MomentsOfTheQuantileTables) {
+  auto moments = [](const std::vector<double> &q, double *mean, double *var, double *mad) {
+    double s = 0, s2 = 0, a = 0;
+    for (double v : q) {
+      s += v;
+      s2 += v * v;
+      a += std::fabs(v);
     }
-    const double m = s / n, var = s2 / n - m * m;
-    EXPECT_NEAR(m, lambda, 0.03 * lambda + 0.02);
-    EXPECT_NEAR(var, lambda, 0.06 * lambda + 0.05);
+    *mean = s / q.size();
+    *var = s2 / q.size() - *mean * *mean;
+    *mad = a / q.size();
+  };
+  double m, v, a;
+  moments(NormalQuantiles(65536), &m, &v, &a);
+  EXPECT_NEAR(m, 0, 1e-6);
+  EXPECT_NEAR(v, 1, 0.002);
+  EXPECT_NEAR(a, std::sqrt(2 / M_PI), 0.002);
+  moments(NoiseQuantiles(kNoiseLaplacian, 3.0, 65536), &m, &v, &a);
+  EXPECT_NEAR(m, 0, 1e-6);
+  EXPECT_NEAR(a, 3.0, 0.01);
+  EXPECT_NEAR(v, 18.0, 0.2);
+  moments(NoiseQuantiles(kNoiseUniform, 6.0, 65536), &m, &v, &a);
+  EXPECT_NEAR(a, 3.0, 0.001);
+
+  // Poisson: each level's row has mean v and variance amount * v (in levels).
+  for (double amount : {1.0, 0.05, 0.01}) {
+    const int n = 4096;
+    std::vector<uint8_t> t = PoissonLevelTables(amount, n);
+    for (int level : {3, 40, 128, 200}) {
+      double s = 0, s2 = 0;
+      for (int i = 0; i < n; ++i) {
+        const double x = t[level * n + i];
+        s += x;
+        s2 += x * x;
+      }
+      const double mean = s / n, var = s2 / n - mean * mean;
+      EXPECT_NEAR(mean, level, 0.02 * level + 0.3) << amount << " " << level;
+      EXPECT_NEAR(var, amount * level, 0.1 * amount * level + 0.3) << amount << " " << level;
+    }
+    for (int i = 0; i < n; ++i) ASSERT_EQ(t[i], 0);  // level 0 stays 0
   }
-  double abs_sum = 0;
-  for (int i = 0; i < 40000; ++i) abs_sum += std::fabs(rng.laplacian());
-  EXPECT_NEAR(abs_sum / 40000, 1.0, 0.03);
 }
 
 // ---- Reduce noise ----------------------------------------------------------------
