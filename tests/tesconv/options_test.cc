@@ -183,17 +183,30 @@ TEST(TesconvOptions, BadValuesAreRefusedWithAReason) {
   EXPECT_FALSE(ParseCommandLine({"-out", "png", "-q", "101", "a"}, &opt, &error));
 }
 
-// The items of the batch dialogs' "Save Script" line, in their order.
+// The line the batch dialogs' "Save Script" writes parses back.
 TEST(TesconvOptions, SaveScriptLineParses) {
-  std::string line =
-      "tesconv -npcd 3 -size 320x200+54 -ctype bgr -corder seq -in raw -n 5 20 5 -out png -D -o /tmp/out/pic## "
-      "/tmp/in/scan###.raw ";
+  ScriptSettings s;
+  s.pcd_base = 3;
+  s.raw_width = 320;
+  s.raw_height = 200;
+  s.raw_offset = 54;
+  s.channel_type = 2;   // bgr
+  s.channel_order = 1;  // seq
+  s.sequence = true;
+  s.input_format = "raw";
+  s.start = 5, s.end = 20, s.step = 5;
+  s.output_format = "png";
+  s.delete_original = true;
+  s.output = "/tmp/out/pic##";
+  s.inputs = {"/tmp/in/scan###.raw"};
+  const std::string line = SaveScriptLine(s);
   std::vector<std::string> words = SplitWords(line);
+  ASSERT_FALSE(words.empty());
   ASSERT_EQ(words[0], "tesconv");
   words.erase(words.begin());
   ConvOptions opt;
   std::string error;
-  ASSERT_TRUE(ParseCommandLine(words, &opt, &error)) << error;
+  ASSERT_TRUE(ParseCommandLine(words, &opt, &error)) << line << ": " << error;
   EXPECT_EQ(opt.pcd_base, 3);
   EXPECT_TRUE(opt.have_size);
   EXPECT_EQ(opt.raw_width, 320);
@@ -209,6 +222,23 @@ TEST(TesconvOptions, SaveScriptLineParses) {
   EXPECT_TRUE(opt.delete_original);
   EXPECT_EQ(opt.output, "/tmp/out/pic##");
   EXPECT_EQ(opt.files, std::vector<std::string>{"/tmp/in/scan###.raw"});
+
+  // Every channel type and order the writer knows is accepted.
+  for (int t = 0; t < 7; ++t) {
+    for (int o = 0; o < 3; ++o) {
+      ScriptSettings m;
+      m.channel_type = t;
+      m.channel_order = o;
+      m.output_format = "bmp";
+      m.output = "out/";
+      m.inputs = {"a.raw", "b.raw"};
+      std::vector<std::string> w = SplitWords(SaveScriptLine(m));
+      w.erase(w.begin());
+      ConvOptions mo;
+      EXPECT_TRUE(ParseCommandLine(w, &mo, &error)) << SaveScriptLine(m) << ": " << error;
+      EXPECT_EQ(mo.files.size(), 2u);
+    }
+  }
 
   TslParams lp;
   LoadParams(opt, &lp);

@@ -2,7 +2,6 @@
 // directories, and the overwrite policies with their "%s_%d%s" renaming.
 #include <sys/stat.h>
 
-#include <cstdio>
 #include <mutex>
 
 #include "tools/tesconv/tesconv.h"
@@ -35,29 +34,6 @@ std::string JoinDir(const std::string &dir, const std::string &name) {
 
 }  // namespace
 
-std::string NameFromTemplate(const std::string &templ, int number) {
-  size_t hash = templ.find('#');
-  if (hash == std::string::npos) return templ + std::to_string(number);
-  size_t run = hash;
-  while (run < templ.size() && templ[run] == '#') ++run;
-  const int width = static_cast<int>(run - hash);
-  char digits[32];
-  std::snprintf(digits, sizeof digits, "%0*d", width > 20 ? 20 : width, number);
-  return templ.substr(0, hash) + digits + templ.substr(run);
-}
-
-std::string RenamedPath(const std::string &path, bool (*exists)(const std::string &)) {
-  size_t dot = path.rfind('.');
-  std::string head = dot == std::string::npos ? path : path.substr(0, dot);
-  std::string tail = dot == std::string::npos ? "" : path.substr(dot);
-  std::string name;
-  for (int n = 1; n <= 998; ++n) {
-    name = head + "_" + std::to_string(n) + tail;
-    if (!exists(name)) return name;
-  }
-  return name;  // every number taken: the last one is used
-}
-
 bool OutputClaims::Taken(const std::string &path) const {
   for (const std::string &c : claimed_)
     if (c == path) return true;
@@ -69,13 +45,8 @@ std::string OutputClaims::Claim(const std::string &path, Overwrite policy) {
   std::string result = path;
   if (Taken(path)) {
     if (policy == Overwrite::kSkip) return "";
-    if (policy == Overwrite::kRename) {
-      // A static trampoline so that RenamedPath sees the claims of this run as
-      // well as the files on disk (another thread may not have written yet).
-      static thread_local const OutputClaims *self = nullptr;
-      self = this;
-      result = RenamedPath(path, [](const std::string &p) { return self->Taken(p); });
-    }
+    if (policy == Overwrite::kRename)
+      result = RenameOutputPath(path, [this](const std::string &p) { return Taken(p); });
   }
   claimed_.push_back(result);
   return result;

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "imgproc/batch_text.h"  // NameFromTemplate, RenameOutputPath
 #include "imgproc/catalogue.h"
 #include "tessel.h"
 
@@ -66,13 +67,6 @@ int ParseOperation(const std::vector<std::string> &args, size_t *pos, OpProcessL
 
 // Splits a command-line text at blanks (no quoting: the writers never quote).
 std::vector<std::string> SplitWords(const std::string &text);
-
-// Name from a template: the first run of "#" becomes the number with as many
-// digits (zero padded); a template without "#" gets the number appended.
-std::string NameFromTemplate(const std::string &templ, int number);
-
-// The first free "%s_%d%s" name for an existing path (1..998; 998 when all exist).
-std::string RenamedPath(const std::string &path, bool (*exists)(const std::string &));
 
 // One unit of work: an input path and the output path before the extension
 // fix-up and the overwrite policy.
