@@ -345,7 +345,9 @@ int gifInfo(const Source &src, int /*page*/, TslFileInfo *info) {
   info->compression = TSL_COMP_LZW;
   info->pages = static_cast<int>(scan.frames.size());
   info->has_alpha = info->color_model == TSL_RGBA || scan.frames[0].transparent >= 0;
-  info->loop_count = scan.loop_count >= 0 ? scan.loop_count : 1;
+  // Times the animation plays, 0 = forever: the NETSCAPE2.0 value counts the
+  // repetitions after the first play; without it the animation plays once.
+  info->loop_count = scan.loop_count > 0 ? scan.loop_count + 1 : scan.loop_count == 0 ? 0 : 1;
   if (scan.frames.size() > 1) {
     info->delays = static_cast<int *>(std::malloc(scan.frames.size() * sizeof(int)));
     if (info->delays)

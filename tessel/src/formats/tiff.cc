@@ -471,11 +471,11 @@ void readPalette(TIFF *tif, const Layout &L, TslPicture *pic) {
   // Old writers stored 8-bit values in the 16-bit colour map.
   bool eight = true;
   for (int i = 0; i < n && eight; ++i) eight = r[i] < 256 && g[i] < 256 && b[i] < 256;
-  const int shift = eight ? 0 : 8;
+  auto level = [eight](uint16_t v) { return eight ? static_cast<uint8_t>(v) : to8(v, 16); };
   for (int i = 0; i < n; ++i) {
-    pic->palette[i] = static_cast<uint8_t>(r[i] >> shift);
-    pic->palette[256 + i] = static_cast<uint8_t>(g[i] >> shift);
-    pic->palette[512 + i] = static_cast<uint8_t>(b[i] >> shift);
+    pic->palette[i] = level(r[i]);
+    pic->palette[256 + i] = level(g[i]);
+    pic->palette[512 + i] = level(b[i]);
   }
 }
 
