@@ -180,8 +180,33 @@ int resizeFiltered(const TslPicture *src, TslPicture *out, int method) {
   const int ch = src->bytes_per_pixel;
   Weights wx, wy;
   if (!buildWeights(method, sw, dw, &wx) || !buildWeights(method, sh, dh, &wy)) return kOpNoMemory;
-  // The horizontal pass runs first over the source rows that the vertical
-  // pass reads, into an intermediate of dw columns.
+  if (dh <= sh) {
+    // Fewer output rows than source rows: each output row is first filtered
+    // vertically from the source rows it covers (contiguous bytes, which
+    // vectorise), then horizontally; no intermediate picture.
+    const size_t row_bytes = static_cast<size_t>(sw) * ch;
+    bool ok = true;
+    ForRowBands(dh, static_cast<uint64_t>(sw) * wy.taps + static_cast<uint64_t>(dw) * wx.taps,
+                [&](uint32_t y0, uint32_t y1) {
+                  std::vector<int32_t> acc;
+                  std::vector<uint8_t> line;
+                  try {
+                    acc.resize(row_bytes);
+                    line.resize(row_bytes);
+                  } catch (...) {
+                    ok = false;
+                    return;
+                  }
+                  for (uint32_t y = y0; y < y1; ++y) {
+                    verticalRow(RowOf(src, static_cast<uint32_t>(wy.start[y])), src->bytes_per_line, row_bytes,
+                                &wy.w[static_cast<size_t>(y) * wy.taps], wy.taps, acc.data(), line.data());
+                    horizontalRowAny(line.data(), RowOf(out, y), dw, wx, ch);
+                  }
+                });
+    return ok ? kOpDone : kOpNoMemory;
+  }
+  // More output rows: the horizontal pass runs first over the source rows,
+  // into an intermediate of dw columns, then the vertical pass.
   const size_t mid_stride = static_cast<size_t>(dw) * ch;
   std::vector<uint8_t> mid;
   try {

@@ -1,6 +1,8 @@
 // Rotation: exact quarter turns by tiled transposition, and any angle by
 // bilinear sampling onto a grown canvas.
+#include <algorithm>
 #include <cmath>
+#include <cstddef>
 #include <cstring>
 
 #include "imgproc/convert.h"
@@ -14,30 +16,29 @@ namespace {
 
 constexpr uint32_t kTile = 64;
 
-// dst(X, Y) = src(map(X, Y)) over the destination, tile by tile so that the
-// strided side of the copy stays in cache.  `Px` bytes per pixel.
-template <int Px, typename Map>
-void transposeTiles(const TslPicture *src, TslPicture *dst, Map map) {
+// dst(X, Y) = the source pixel at origin + X * step_x + Y * step_y (byte
+// offsets), tile by tile so that the strided side of the copy stays in
+// cache.  `Px` bytes per pixel.
+template <int Px>
+void transposeTiles(const TslPicture *src, TslPicture *dst, ptrdiff_t origin, ptrdiff_t step_x, ptrdiff_t step_y) {
   const uint32_t dw = dst->width, dh = dst->height;
   const uint32_t bands = (dh + kTile - 1) / kTile;
   ForRowBands(bands, static_cast<uint64_t>(dw) * kTile * Px, [&](uint32_t b0, uint32_t b1) {
     for (uint32_t ty = b0 * kTile; ty < b1 * kTile && ty < dh; ty += kTile) {
       const uint32_t ty1 = std::min(dh, ty + kTile);
       for (uint32_t tx = 0; tx < dw; tx += kTile) {
-        const uint32_t tx1 = std::min(dw, tx + kTile);
+        const uint32_t n = std::min(dw, tx + kTile) - tx;
         for (uint32_t Y = ty; Y < ty1; ++Y) {
           uint8_t *d = RowOf(dst, Y) + static_cast<size_t>(tx) * Px;
-          for (uint32_t X = tx; X < tx1; ++X, d += Px) {
-            uint32_t sx, sy;
-            map(X, Y, &sx, &sy);
-            std::memcpy(d, RowOf(src, sy) + static_cast<size_t>(sx) * Px, Px);
-          }
+          const uint8_t *s = src->pixels + origin + static_cast<ptrdiff_t>(tx) * step_x + static_cast<ptrdiff_t>(Y) * step_y;
+          for (uint32_t i = 0; i < n; ++i, d += Px, s += step_x) std::memcpy(d, s, Px);
         }
       }
     }
   });
 }
 
+// Bilevel: bit by bit through the mapping, tile by tile.
 template <typename Map>
 void transposeBits(const TslPicture *src, TslPicture *dst, Map map) {
   const uint32_t dw = dst->width, dh = dst->height;
@@ -59,10 +60,31 @@ void transposeBits(const TslPicture *src, TslPicture *dst, Map map) {
 
 template <typename Map>
 void transposeAny(const TslPicture *src, TslPicture *dst, Map map) {
-  if (src->color_model == TSL_BINARY) transposeBits(src, dst, map);
-  else if (src->bytes_per_pixel == 1) transposeTiles<1>(src, dst, map);
-  else if (src->bytes_per_pixel == 3) transposeTiles<3>(src, dst, map);
-  else transposeTiles<4>(src, dst, map);
+  if (src->color_model == TSL_BINARY) {
+    transposeBits(src, dst, map);
+    return;
+  }
+  // The byte offsets of the mapping, read from three of its points.
+  const int px = src->bytes_per_pixel;
+  const ptrdiff_t bpl = src->bytes_per_line;
+  uint32_t x0, y0, x1, y1, x2, y2;
+  map(0, 0, &x0, &y0);
+  map(1, 0, &x1, &y1);
+  map(0, 1, &x2, &y2);
+  const ptrdiff_t origin = static_cast<ptrdiff_t>(y0) * bpl + static_cast<ptrdiff_t>(x0) * px;
+  // Differences modulo 2^32 (a point may lie one step outside a 1-pixel side).
+  auto diff = [](uint32_t a, uint32_t b) { return static_cast<ptrdiff_t>(static_cast<int32_t>(a - b)); };
+  const ptrdiff_t step_x = diff(y1, y0) * bpl + diff(x1, x0) * px;
+  const ptrdiff_t step_y = diff(y2, y0) * bpl + diff(x2, x0) * px;
+  if (px == 1) transposeTiles<1>(src, dst, origin, step_x, step_y);
+  else if (px == 3) transposeTiles<3>(src, dst, origin, step_x, step_y);
+  else transposeTiles<4>(src, dst, origin, step_x, step_y);
+}
+
+template <int Px>
+void reverseRow(const uint8_t *s, uint8_t *d, uint32_t w) {
+  s += static_cast<size_t>(w - 1) * Px;
+  for (uint32_t x = 0; x < w; ++x, d += Px, s -= Px) std::memcpy(d, s, Px);
 }
 
 // Half turn: each destination row is a source row read backwards.
@@ -75,8 +97,12 @@ void halfTurn(const TslPicture *src, TslPicture *dst) {
       uint8_t *d = RowOf(dst, y);
       if (src->color_model == TSL_BINARY) {
         for (uint32_t x = 0; x < w; ++x) SetBit(d, static_cast<int>(x), GetBit(s, static_cast<int>(w - 1 - x)));
+      } else if (bpp == 1) {
+        reverseRow<1>(s, d, w);
+      } else if (bpp == 3) {
+        reverseRow<3>(s, d, w);
       } else {
-        for (uint32_t x = 0; x < w; ++x) std::memcpy(d + static_cast<size_t>(x) * bpp, s + static_cast<size_t>(w - 1 - x) * bpp, bpp);
+        reverseRow<4>(s, d, w);
       }
     }
   });
