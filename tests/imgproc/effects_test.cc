@@ -460,30 +460,6 @@ TEST(PixelMoves, SpreadIsASeededPermutation) {
   }
 }
 
-TEST(PixelMoves, SpreadStaysLocalOnAverage) {
-  // Every pixel is tagged with its column; after a spread of 2 the mean
-  // column drift stays small (a pixel may be carried twice, rarely more).
-  Pic src(MakePicture(TSL_RGB, 64, 64));
-  for (uint32_t y = 0; y < 64; ++y)
-    for (uint32_t x = 0; x < 64; ++x) {
-      uint8_t *px = src.p.pixels + y * src.p.bytes_per_line + x * 3;
-      px[0] = static_cast<uint8_t>(x);
-      px[1] = static_cast<uint8_t>(y);
-    }
-  ASSERT_EQ(OpSpread(&src.p, nullptr, nullptr, ints(2)), kOpDone);
-  double drift = 0;
-  int moved = 0;
-  for (uint32_t y = 0; y < 64; ++y)
-    for (uint32_t x = 0; x < 64; ++x) {
-      const uint8_t *px = src.p.pixels + y * src.p.bytes_per_line + x * 3;
-      const int d = std::max(std::abs(px[0] - static_cast<int>(x)), std::abs(px[1] - static_cast<int>(y)));
-      drift += d;
-      moved += d > 0;
-    }
-  EXPECT_GT(moved, 64 * 64 / 2);
-  EXPECT_LT(drift / (64 * 64), 3.0);
-}
-
 // ---- Oil painting -----------------------------------------------------------------
 
 namespace {

@@ -88,21 +88,6 @@ TEST(AddNoise, SpreadFollowsTheAmountAndMeanIsKept) {
   }
 }
 
-TEST(AddNoise, PoissonNoiseGrowsWithTheSignal) {
-  Pic dark = flat(TSL_GREY, 150, 150, 16), light = flat(TSL_GREY, 150, 150, 225);
-  ASSERT_EQ(OpAddPoissonNoise(&dark.p, nullptr, nullptr, amount(1.0)), kOpDone);
-  ASSERT_EQ(OpAddPoissonNoise(&light.p, nullptr, nullptr, amount(1.0)), kOpDone);
-  Stats d = stats(dark.p, 0), l = stats(light.p, 0);
-  EXPECT_NEAR(d.mean, 16, 0.5);
-  EXPECT_NEAR(l.mean, 225, 0.8);
-  EXPECT_NEAR(d.sd, 4.0, 0.4);
-  EXPECT_NEAR(l.sd, 15.0, 1.2);
-  // Black stays black: no photons, no noise.
-  Pic black = flat(TSL_GREY, 20, 20, 0);
-  ASSERT_EQ(OpAddPoissonNoise(&black.p, nullptr, nullptr, amount(1.0)), kOpDone);
-  EXPECT_EQ(stats(black.p, 0).sd, 0.0);
-}
-
 TEST(AddNoise, SeedsAreRepeatable) {
   for (OpFunc fn : {OpAddUniformNoise, OpAddGaussianNoise, OpAddLaplacianNoise, OpAddPoissonNoise}) {
     Pic src(MakePicture(TSL_RGB, 40, 30, 3));
@@ -167,30 +152,7 @@ TEST(AddNoise, KindsAndBounds) {
   EXPECT_EQ(OpAddPoissonNoise(&grey.p, nullptr, nullptr, amount(0.01)), kOpDone);
 }
 
-TEST(NoiseTables, MomentsOfTheQuantileTables) {
-  auto moments = [](const std::vector<double> &q, double *mean, double *var, double *mad) {
-    double s = 0, s2 = 0, a = 0;
-    for (double v : q) {
-      s += v;
-      s2 += v * v;
-      a += std::fabs(v);
-    }
-    *mean = s / q.size();
-    *var = s2 / q.size() - *mean * *mean;
-    *mad = a / q.size();
-  };
-  double m, v, a;
-  moments(NormalQuantiles(65536), &m, &v, &a);
-  EXPECT_NEAR(m, 0, 1e-6);
-  EXPECT_NEAR(v, 1, 0.002);
-  EXPECT_NEAR(a, std::sqrt(2 / M_PI), 0.002);
-  moments(NoiseQuantiles(kNoiseLaplacian, 3.0, 65536), &m, &v, &a);
-  EXPECT_NEAR(m, 0, 1e-6);
-  EXPECT_NEAR(a, 3.0, 0.01);
-  EXPECT_NEAR(v, 18.0, 0.2);
-  moments(NoiseQuantiles(kNoiseUniform, 6.0, 65536), &m, &v, &a);
-  EXPECT_NEAR(a, 3.0, 0.001);
-
+TEST(NoiseTables, PoissonRowsHaveTheirMeanAndVariance) {
   // Poisson: each level's row has mean v and variance amount * v (in levels).
   for (double amount : {1.0, 0.05, 0.01}) {
     const int n = 4096;
