@@ -121,6 +121,11 @@ inline bool SamePixels(const TslPicture &a, const TslPicture &b) {
       return false;
     }
   }
+  if (a.color_model == TSL_INDEXED && a.palette && b.palette) {
+    const int n = a.colors > 0 && a.colors <= 256 ? a.colors : 256;
+    for (int plane = 0; plane < 3; ++plane)
+      if (std::memcmp(a.palette + 256 * plane, b.palette + 256 * plane, static_cast<size_t>(n)) != 0) return false;
+  }
   return true;
 }
 
