@@ -120,20 +120,21 @@ bool badSize(int n) { return n < kMinFilterSize || n > kMaxFilterSize; }
 // ---- fixed kernels ---------------------------------------------------------
 
 template <int K>
-void kernelRow(const RowJob &j) {
+void kernelLoop(const uint8_t *__restrict a, const uint8_t *__restrict m, const uint8_t *__restrict c,
+                uint8_t *__restrict out, size_t n, size_t b) {
   constexpr FilterKernel3 k = kKernels[K];
-  const size_t b = j.bpp;
-  const uint8_t *__restrict a = j.rows[0] + j.off;
-  const uint8_t *__restrict m = j.rows[1] + j.off;
-  const uint8_t *__restrict c = j.rows[2] + j.off;
-  uint8_t *__restrict out = j.out;
-  for (size_t i = 0; i < j.nbytes; ++i) {
+  for (size_t i = 0; i < n; ++i) {
     int s = k.weight[0] * a[i] + k.weight[1] * a[i + b] + k.weight[2] * a[i + 2 * b] + k.weight[3] * m[i] +
             k.weight[4] * m[i + b] + k.weight[5] * m[i + 2 * b] + k.weight[6] * c[i] + k.weight[7] * c[i + b] +
             k.weight[8] * c[i + 2 * b];
     if (k.divisor != 1) s /= k.divisor;
     out[i] = clampByte(s + k.bias);
   }
+}
+
+template <int K>
+void kernelRow(const RowJob &j) {
+  kernelLoop<K>(j.rows[0] + j.off, j.rows[1] + j.off, j.rows[2] + j.off, j.out, j.nbytes, j.bpp);
 }
 
 using RowFn = void (*)(const RowJob &);
@@ -159,41 +160,54 @@ int clampStrength(int s) { return s < 1 ? 1 : s > 100 ? 100 : s; }
 
 // ---- size-driven filters ---------------------------------------------------
 
-// Vertical sums of the n rows over the whole padded span the row needs.
+// Vertical sums (or extremes) of the n rows over the whole padded span the
+// row needs, then the horizontal combination of n of them per byte.
+void addRow(uint16_t *__restrict col, const uint8_t *__restrict row, size_t span) {
+  for (size_t i = 0; i < span; ++i) col[i] = static_cast<uint16_t>(col[i] + row[i]);
+}
+
+void widenRow(uint16_t *__restrict col, const uint8_t *__restrict row, size_t span) {
+  for (size_t i = 0; i < span; ++i) col[i] = row[i];
+}
+
+template <int N>
+void averageLoop(const uint16_t *__restrict col, uint8_t *__restrict out, size_t n, size_t b) {
+  for (size_t i = 0; i < n; ++i) {
+    uint16_t s = col[i];
+    for (int k = 1; k < N; ++k) s = static_cast<uint16_t>(s + col[i + k * b]);
+    out[i] = static_cast<uint8_t>(s / static_cast<uint16_t>(N * N));
+  }
+}
+
 template <int N>
 void averageRow(const RowJob &j) {
   const size_t span = j.nbytes + (N - 1) * j.bpp;
-  uint16_t *__restrict col = reinterpret_cast<uint16_t *>(j.scratch);
-  const uint8_t *r0 = j.rows[0] + j.off;
-  for (size_t i = 0; i < span; ++i) col[i] = r0[i];
-  for (int k = 1; k < N; ++k) {
-    const uint8_t *__restrict rk = j.rows[k] + j.off;
-    for (size_t i = 0; i < span; ++i) col[i] = static_cast<uint16_t>(col[i] + rk[i]);
-  }
-  const size_t b = j.bpp;
-  for (size_t i = 0; i < j.nbytes; ++i) {
-    uint16_t s = col[i];
-    for (int k = 1; k < N; ++k) s = static_cast<uint16_t>(s + col[i + k * b]);
-    j.out[i] = static_cast<uint8_t>(s / static_cast<uint16_t>(N * N));
+  uint16_t *col = reinterpret_cast<uint16_t *>(j.scratch);
+  widenRow(col, j.rows[0] + j.off, span);
+  for (int k = 1; k < N; ++k) addRow(col, j.rows[k] + j.off, span);
+  averageLoop<N>(col, j.out, j.nbytes, j.bpp);
+}
+
+template <bool Max>
+void extremeRows(uint8_t *__restrict col, const uint8_t *__restrict row, size_t span) {
+  for (size_t i = 0; i < span; ++i) col[i] = Max ? std::max(col[i], row[i]) : std::min(col[i], row[i]);
+}
+
+template <int N, bool Max>
+void extremeLoop(const uint8_t *__restrict col, uint8_t *__restrict out, size_t n, size_t b) {
+  for (size_t i = 0; i < n; ++i) {
+    uint8_t v = col[i];
+    for (int k = 1; k < N; ++k) v = Max ? std::max(v, col[i + k * b]) : std::min(v, col[i + k * b]);
+    out[i] = v;
   }
 }
 
 template <int N, bool Max>
 void extremeRow(const RowJob &j) {
   const size_t span = j.nbytes + (N - 1) * j.bpp;
-  uint8_t *__restrict col = j.scratch;
-  std::memcpy(col, j.rows[0] + j.off, span);
-  for (int k = 1; k < N; ++k) {
-    const uint8_t *__restrict rk = j.rows[k] + j.off;
-    for (size_t i = 0; i < span; ++i) col[i] = Max ? std::max(col[i], rk[i]) : std::min(col[i], rk[i]);
-  }
-  const size_t b = j.bpp;
-  uint8_t *__restrict out = j.out;
-  for (size_t i = 0; i < j.nbytes; ++i) {
-    uint8_t v = col[i];
-    for (int k = 1; k < N; ++k) v = Max ? std::max(v, col[i + k * b]) : std::min(v, col[i + k * b]);
-    out[i] = v;
-  }
+  std::memcpy(j.scratch, j.rows[0] + j.off, span);
+  for (int k = 1; k < N; ++k) extremeRows<Max>(j.scratch, j.rows[k] + j.off, span);
+  extremeLoop<N, Max>(j.scratch, j.out, j.nbytes, j.bpp);
 }
 
 template <int N>
@@ -215,14 +229,8 @@ RowFn extremeFor(int n) { return n == N ? extremeRow<N, Max> : extremeFor<N + 1,
 // Exact median of 3x3: sort each column of three, then the median is the
 // median of (largest of the column minima, median of the column medians,
 // smallest of the column maxima).
-void median3Row(const RowJob &j) {
-  const size_t span = j.nbytes + 2 * j.bpp;
-  uint8_t *__restrict lo = j.scratch;
-  uint8_t *__restrict mid = lo + span;
-  uint8_t *__restrict hi = mid + span;
-  const uint8_t *__restrict a = j.rows[0] + j.off;
-  const uint8_t *__restrict m = j.rows[1] + j.off;
-  const uint8_t *__restrict c = j.rows[2] + j.off;
+void sortColumns(const uint8_t *__restrict a, const uint8_t *__restrict m, const uint8_t *__restrict c,
+                 uint8_t *__restrict lo, uint8_t *__restrict mid, uint8_t *__restrict hi, size_t span) {
   for (size_t i = 0; i < span; ++i) {
     const uint8_t x = a[i], y = m[i], z = c[i];
     const uint8_t l1 = std::min(x, y), h1 = std::max(x, y);
@@ -231,14 +239,71 @@ void median3Row(const RowJob &j) {
     hi[i] = std::max(h1, h2);
     mid[i] = std::min(h1, h2);
   }
-  const size_t b = j.bpp;
-  uint8_t *__restrict out = j.out;
-  for (size_t i = 0; i < j.nbytes; ++i) {
+}
+
+void combineColumns(const uint8_t *__restrict lo, const uint8_t *__restrict mid, const uint8_t *__restrict hi,
+                    uint8_t *__restrict out, size_t n, size_t b) {
+  for (size_t i = 0; i < n; ++i) {
     const uint8_t maxlo = std::max(std::max(lo[i], lo[i + b]), lo[i + 2 * b]);
     const uint8_t minhi = std::min(std::min(hi[i], hi[i + b]), hi[i + 2 * b]);
     const uint8_t m0 = mid[i], m1 = mid[i + b], m2 = mid[i + 2 * b];
     const uint8_t medmid = std::max(std::min(m0, m1), std::min(std::max(m0, m1), m2));
     out[i] = std::max(std::min(maxlo, medmid), std::min(std::max(maxlo, medmid), minhi));
+  }
+}
+
+void median3Row(const RowJob &j) {
+  const size_t span = j.nbytes + 2 * j.bpp;
+  uint8_t *lo = j.scratch, *mid = lo + span, *hi = mid + span;
+  sortColumns(j.rows[0] + j.off, j.rows[1] + j.off, j.rows[2] + j.off, lo, mid, hi, span);
+  combineColumns(lo, mid, hi, j.out, j.nbytes, j.bpp);
+}
+
+// Median of larger boxes with a sliding 256-bin histogram per channel: one
+// column of n values enters and one leaves per pixel, and the median moves
+// from its previous place.  `below` counts the values under m.
+void medianBoxRow(const RowJob &j, int n) {
+  const int target = n * n / 2;
+  const size_t b = j.bpp, pixels = j.nbytes / b;
+  for (size_t ch = 0; ch < b; ++ch) {
+    uint32_t hist[256] = {};
+    const size_t base = j.off + ch;
+    for (int ky = 0; ky < n; ++ky)
+      for (int kx = 0; kx < n; ++kx) ++hist[j.rows[ky][base + static_cast<size_t>(kx) * b]];
+    int m = 0, below = 0;
+    while (below + static_cast<int>(hist[m]) <= target) below += static_cast<int>(hist[m++]);
+    j.out[ch] = static_cast<uint8_t>(m);
+    for (size_t x = 1; x < pixels; ++x) {
+      const size_t gone = base + (x - 1) * b, come = base + (x - 1 + static_cast<size_t>(n)) * b;
+      for (int ky = 0; ky < n; ++ky) {
+        const uint8_t v = j.rows[ky][gone], w = j.rows[ky][come];
+        --hist[v];
+        below -= v < m;
+        ++hist[w];
+        below += w < m;
+      }
+      while (below > target) below -= static_cast<int>(hist[--m]);
+      while (below + static_cast<int>(hist[m]) <= target) below += static_cast<int>(hist[m++]);
+      j.out[x * b + ch] = static_cast<uint8_t>(m);
+    }
+  }
+}
+
+void accumulate(uint32_t *__restrict acc, const uint8_t *__restrict p, uint32_t w, size_t n) {
+  for (size_t i = 0; i < n; ++i) acc[i] += w * p[i];
+}
+
+void accumulateSigned(int32_t *__restrict acc, const uint8_t *__restrict p, int32_t w, size_t n) {
+  for (size_t i = 0; i < n; ++i) acc[i] += w * p[i];
+}
+
+void gauss3Loop(const uint8_t *__restrict a, const uint8_t *__restrict m, const uint8_t *__restrict c,
+                uint8_t *__restrict out, size_t n, size_t b, const uint32_t *w) {
+  const uint32_t w0 = w[0], w1 = w[1], w2 = w[2], w3 = w[3], w4 = w[4], w5 = w[5], w6 = w[6], w7 = w[7], w8 = w[8];
+  for (size_t i = 0; i < n; ++i) {
+    const uint32_t s = w0 * a[i] + w1 * a[i + b] + w2 * a[i + 2 * b] + w3 * m[i] + w4 * m[i + b] + w5 * m[i + 2 * b] +
+                       w6 * c[i] + w7 * c[i + b] + w8 * c[i + 2 * b];
+    out[i] = static_cast<uint8_t>(std::min<uint32_t>(s >> 11, 255));
   }
 }
 
@@ -320,29 +385,19 @@ int GaussianBlur(TslPicture *src, TslPicture *dst, const OpRect *rect, int n) {
   int32_t w[kMaxFilterSize * kMaxFilterSize];
   GaussianWeights(n, w);
   if (n == 3) {
-    const uint32_t w0 = w[0], w1 = w[1], w2 = w[2], w3 = w[3], w4 = w[4], w5 = w[5], w6 = w[6], w7 = w[7], w8 = w[8];
-    return runFilter(src, dst, rect, 3, 0, [=](const RowJob &j) {
-      const size_t b = j.bpp;
-      const uint8_t *__restrict a = j.rows[0] + j.off;
-      const uint8_t *__restrict m = j.rows[1] + j.off;
-      const uint8_t *__restrict c = j.rows[2] + j.off;
-      uint8_t *__restrict out = j.out;
-      for (size_t i = 0; i < j.nbytes; ++i) {
-        const uint32_t s = w0 * a[i] + w1 * a[i + b] + w2 * a[i + 2 * b] + w3 * m[i] + w4 * m[i + b] +
-                           w5 * m[i + 2 * b] + w6 * c[i] + w7 * c[i + b] + w8 * c[i + 2 * b];
-        out[i] = static_cast<uint8_t>(std::min<uint32_t>(s >> 11, 255));
-      }
+    uint32_t w3[9];
+    for (int k = 0; k < 9; ++k) w3[k] = static_cast<uint32_t>(w[k]);
+    return runFilter(src, dst, rect, 3, 0, [&](const RowJob &j) {
+      gauss3Loop(j.rows[0] + j.off, j.rows[1] + j.off, j.rows[2] + j.off, j.out, j.nbytes, j.bpp, w3);
     });
   }
   return runFilter(src, dst, rect, n, 4, [&](const RowJob &j) {
-    uint32_t *__restrict acc = reinterpret_cast<uint32_t *>(j.scratch);
+    uint32_t *acc = reinterpret_cast<uint32_t *>(j.scratch);
     std::memset(acc, 0, j.nbytes * sizeof(uint32_t));
     for (int ky = 0; ky < n; ++ky)
-      for (int kx = 0; kx < n; ++kx) {
-        const uint32_t wt = static_cast<uint32_t>(w[ky * n + kx]);
-        const uint8_t *__restrict p = j.rows[ky] + j.off + static_cast<size_t>(kx) * j.bpp;
-        for (size_t i = 0; i < j.nbytes; ++i) acc[i] += wt * p[i];
-      }
+      for (int kx = 0; kx < n; ++kx)
+        accumulate(acc, j.rows[ky] + j.off + static_cast<size_t>(kx) * j.bpp, static_cast<uint32_t>(w[ky * n + kx]),
+                   j.nbytes);
     for (size_t i = 0; i < j.nbytes; ++i) j.out[i] = static_cast<uint8_t>(std::min<uint32_t>(acc[i] >> 11, 255));
   });
 }
@@ -362,19 +417,7 @@ int Minimum(TslPicture *src, TslPicture *dst, const OpRect *rect, int n) {
 int MedianBox(TslPicture *src, TslPicture *dst, const OpRect *rect, int n) {
   if (badSize(n)) return kOpEmptyRect;
   if (n == 3) return runFilter(src, dst, rect, 3, 3, median3Row);
-  const size_t count = static_cast<size_t>(n) * n, index = count / 2;
-  return runFilter(src, dst, rect, n, 0, [&](const RowJob &j) {
-    uint8_t v[kMaxFilterSize * kMaxFilterSize];
-    for (size_t i = 0; i < j.nbytes; ++i) {
-      size_t k = 0;
-      for (int ky = 0; ky < n; ++ky) {
-        const uint8_t *p = j.rows[ky] + j.off + i;
-        for (int kx = 0; kx < n; ++kx) v[k++] = p[static_cast<size_t>(kx) * j.bpp];
-      }
-      std::nth_element(v, v + index, v + count);
-      j.out[i] = v[index];
-    }
-  });
+  return runFilter(src, dst, rect, n, 0, [n](const RowJob &j) { medianBoxRow(j, n); });
 }
 
 int MedianCross(TslPicture *src, TslPicture *dst, const OpRect *rect, int n) {
@@ -412,16 +455,14 @@ int ApplyKernelN(TslPicture *src, TslPicture *dst, const OpRect *rect, int n, co
   const Divider d(static_cast<uint32_t>(divisor < 0 ? -static_cast<int64_t>(divisor) : divisor));
   const int sign = divisor < 0 ? -1 : 1;
   return runFilter(src, dst, rect, n, 8, [&](const RowJob &j) {
-    int64_t *__restrict acc = reinterpret_cast<int64_t *>(j.scratch);
+    int64_t *acc = reinterpret_cast<int64_t *>(j.scratch);
     std::memset(acc, 0, j.nbytes * sizeof(int64_t));
     if (!wide) {
-      int32_t *__restrict acc32 = reinterpret_cast<int32_t *>(j.scratch);
+      int32_t *acc32 = reinterpret_cast<int32_t *>(j.scratch);
       for (int ky = 0; ky < n; ++ky)
         for (int kx = 0; kx < n; ++kx) {
           const int32_t wt = w[static_cast<size_t>(ky) * n + kx];
-          if (wt == 0) continue;
-          const uint8_t *__restrict p = j.rows[ky] + j.off + static_cast<size_t>(kx) * j.bpp;
-          for (size_t i = 0; i < j.nbytes; ++i) acc32[i] += wt * p[i];
+          if (wt != 0) accumulateSigned(acc32, j.rows[ky] + j.off + static_cast<size_t>(kx) * j.bpp, wt, j.nbytes);
         }
       for (size_t i = 0; i < j.nbytes; ++i) {
         const int32_t s = acc32[i];
