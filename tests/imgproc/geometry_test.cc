@@ -368,3 +368,23 @@ TEST(Rotate, TinyPicturesAndNegativeAngles) {
     for (uint32_t x = 30; x < 50; ++x) diff += std::abs(RowOf(&b.p, y + oy)[x + ox] - RowOf(&src.p, y)[x]);
   EXPECT_LT(diff / 400, 6.0);
 }
+
+TEST(Resize, ExtremeRatiosKeepTheMean) {
+  // A long gradient shrunk to one pixel averages it; one pixel grown stays flat.
+  Pic line(MakePicture(TSL_GREY, 3000, 2, 1));
+  double sum = 0;
+  for (uint32_t y = 0; y < 2; ++y)
+    for (uint32_t x = 0; x < 3000; ++x) sum += RowOf(&line.p, y)[x];
+  for (int method : {kResampleLinear, kResampleBicubic, kResampleLanczos, kResampleQuick}) {
+    Pic dot, back;
+    ASSERT_EQ(ResizePicture(&line.p, &dot.p, 1, 1, method), 0);
+    if (method != kResampleQuick) {
+      EXPECT_NEAR(RowOf(&dot.p, 0)[0], sum / 6000, 1.0) << method;
+    }
+    ASSERT_EQ(ResizePicture(&dot.p, &back.p, 50, 70, method), 0);
+    for (uint32_t y = 0; y < 70; ++y)
+      for (uint32_t x = 0; x < 50; ++x) ASSERT_EQ(RowOf(&back.p, y)[x], RowOf(&dot.p, 0)[0]);
+  }
+  Pic src(MakePicture(TSL_RGB, 5, 3, 1)), out;
+  EXPECT_EQ(ResizePicture(&src.p, &out.p, 0, 3, kResampleLinear), kOpEmptyRect);
+}
