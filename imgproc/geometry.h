@@ -7,7 +7,8 @@
 //               pictures keep their model; a binary picture becomes TSL_GREY
 //               and an indexed one TSL_RGB (TSL_RGBA with a transparent index)
 //               before filtering, since averaging needs intensities.
-//               Channels, alpha included, are filtered independently.
+//               Pictures with alpha are filtered premultiplied, so fully
+//               transparent pixels lend no colour to their neighbours.
 //   quarter turns, crop, canvas, flips: the source's model on every kind.
 //   any angle   grey and true colour keep their model; binary becomes
 //               TSL_GREY and indexed TSL_RGB/TSL_RGBA first.

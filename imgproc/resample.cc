@@ -233,6 +233,26 @@ int resizeFiltered(const TslPicture *src, TslPicture *out, int method) {
   return ok ? kOpDone : kOpNoMemory;
 }
 
+// Colour channels multiplied by alpha (forward) or divided by it again, so
+// that the filters do not bleed the colour of transparent pixels.
+void premultiply(TslPicture *p, bool forward) {
+  const rows::Layout L = rows::LayoutOf(p->color_model);
+  const int c3[3] = {L.r, L.g, L.b};
+  ForRowBands(p->height, p->width, [&](uint32_t y0, uint32_t y1) {
+    for (uint32_t y = y0; y < y1; ++y) {
+      uint8_t *d = RowOf(p, y);
+      for (uint32_t x = 0; x < p->width; ++x, d += 4) {
+        const int a = d[L.a];
+        if (a == 255) continue;
+        for (int c : c3) {
+          if (forward) d[c] = static_cast<uint8_t>((d[c] * a + 127) / 255);
+          else d[c] = static_cast<uint8_t>(a ? std::min(255, (d[c] * 255 + a / 2) / a) : 0);
+        }
+      }
+    }
+  });
+}
+
 }  // namespace
 
 int ResizePicture(const TslPicture *src, TslPicture *dst, uint32_t width, uint32_t height, int resample) {
@@ -248,7 +268,12 @@ int ResizePicture(const TslPicture *src, TslPicture *dst, uint32_t width, uint32
   } else if (!quick && src->color_model == TSL_INDEXED) {
     if (ConvertToTrueColor(src, &work) != kOpDone) return kOpNoMemory;
     from = &work;
+  } else if (!quick && rows::HasAlpha(src->color_model)) {
+    if (tslCopyPicture(&work, src) != TSL_OK) return kOpNoMemory;
+    from = &work;
   }
+  const bool alpha = !quick && rows::HasAlpha(from->color_model);
+  if (alpha) premultiply(&work, true);
   TslPicture out;
   std::memset(&out, 0, sizeof out);
   int status = kOpNoMemory;
@@ -258,6 +283,7 @@ int ResizePicture(const TslPicture *src, TslPicture *dst, uint32_t width, uint32
     out.colors = from->colors;
     out.transparent_index = from->transparent_index;
     status = quick ? resizeNearest(from, &out) : resizeFiltered(from, &out, resample);
+    if (status == kOpDone && alpha) premultiply(&out, false);
     if (status != kOpDone) tslFree(&out);
   }
   if (from == &work) tslFree(&work);

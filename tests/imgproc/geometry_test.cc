@@ -388,3 +388,21 @@ TEST(Resize, ExtremeRatiosKeepTheMean) {
   Pic src(MakePicture(TSL_RGB, 5, 3, 1)), out;
   EXPECT_EQ(ResizePicture(&src.p, &out.p, 0, 3, kResampleLinear), kOpEmptyRect);
 }
+
+TEST(Resize, TransparentPixelsLendNoColour) {
+  // Left half transparent red, right half opaque green.
+  Pic src(MakePicture(TSL_RGBA, 40, 10, 1));
+  for (uint32_t y = 0; y < 10; ++y)
+    for (uint32_t x = 0; x < 40; ++x) std::memcpy(RowOf(&src.p, y) + 4 * x, x < 20 ? "\xff\0\0\0" : "\0\xff\0\xff", 4);
+  for (int method : {kResampleLinear, kResampleBicubic, kResampleLanczos}) {
+    Pic out;
+    ASSERT_EQ(ResizePicture(&src.p, &out.p, 13, 10, method), 0);
+    for (uint32_t x = 0; x < 13; ++x) {
+      const uint8_t *px = RowOf(&out.p, 5) + 4 * x;
+      if (px[3] > 0) {
+        EXPECT_EQ(px[0], 0) << x;
+        EXPECT_EQ(px[1], 255) << x;
+      }
+    }
+  }
+}
