@@ -49,9 +49,9 @@ inline int Load(const std::string &path, TslPicture *pic, const LoadOptions &o =
 // A picture decoded by ImageMagick ("convert file ppm:-"), or by another
 // tool of the same command line (GraphicsMagick's "gm convert"), as RGB.
 inline bool DecodeWithConvert(const testutil::TempDir &dir, const std::string &file, TslPicture *out,
-                              const std::string &tool = "convert") {
+                              const std::string &tool = "convert", const std::string &options = "") {
   const std::string ppm = dir.file("independent.ppm");
-  if (testutil::Run(tool + " '" + file + "' -depth 8 ppm:'" + ppm + "'") != 0) return false;
+  if (testutil::Run(tool + " '" + file + "' " + options + " -depth 8 ppm:'" + ppm + "'") != 0) return false;
   return testutil::ReadPnm(ppm, out);
 }
 
