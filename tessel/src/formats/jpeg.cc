@@ -379,7 +379,8 @@ int jpegLoad(const Source &src, TslPicture *picture, LoadContext &ctx) {
   code = shimDecode(d.get(), &sink);
   if (code == TSL_OK && (d->src.eof || d->err.corrupt_warnings > 0) && !ctx.keepDamaged())
     code = d->src.eof ? TSL_ERR_READ : TSL_ERR_CORRUPT;
-  if (code != TSL_OK && code != TSL_STOPPED && ctx.keepDamaged() && c.output_scanline > 0) code = TSL_OK;
+  if (code != TSL_OK && code != TSL_STOPPED && code != TSL_ERR_MEMORY && ctx.keepDamaged() && c.output_scanline > 0)
+    code = TSL_OK;
   return code;
 }
 
