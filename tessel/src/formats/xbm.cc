@@ -77,6 +77,13 @@ class Lexer {
     *value = v;
     return true;
   }
+  // The next run of non-blank characters (a macro name may hold any of them).
+  std::string word() {
+    skipSpace();
+    size_t s = p_;
+    while (p_ < n_ && d_[p_] != ' ' && d_[p_] != '\t' && d_[p_] != '\n' && d_[p_] != '\r') ++p_;
+    return std::string(reinterpret_cast<const char *>(d_ + s), p_ - s);
+  }
   uint8_t peek() {
     skipSpace();
     return p_ < n_ ? d_[p_] : 0;
@@ -111,7 +118,7 @@ int parseHeader(const Source &src, XbmHeader *h, const char **why) {
       return have_w && have_h ? TSL_ERR_READ : TSL_ERR_BAD_FILE;
     }
     if (t == "#define") {
-      std::string name = lx.token();
+      std::string name = lx.word();
       uint64_t v;
       if (!lx.number(&v)) continue;
       if (name == "width" || endsWith(name, "_width")) {

@@ -239,11 +239,11 @@ int xpmLoad(const Source &src, TslPicture *picture, LoadContext &ctx) {
   }
   const uint32_t w = static_cast<uint32_t>(v.width), h = static_cast<uint32_t>(v.height);
   const uint32_t cpp = static_cast<uint32_t>(v.cpp);
-  if (!ctx.sizeAllowed(w, h)) return TSL_ERR_MEMORY;
   // Every colour string and every row takes at least its characters: a file
   // too short for its values is refused before anything is allocated.
   if (v.ncolors * (cpp + 2) > src.size) return TSL_ERR_READ;
   if (v.width * cpp * v.height > src.size && !ctx.keepDamaged()) return TSL_ERR_READ;
+  if (!ctx.sizeAllowed(w, h)) return TSL_ERR_MEMORY;
 
   ColorKeys keys(cpp);
   std::vector<uint8_t> colors(static_cast<size_t>(v.ncolors) * 3);
