@@ -16,6 +16,13 @@ target_link_libraries(widgets PUBLIC ${MOTIF_LIBRARY} ${XT_LIBRARY} ${X11_X11_LI
 # Xt widget class records are aggregate-initialised positionally.
 target_compile_options(widgets PRIVATE -Wno-missing-field-initializers)
 
+# ---- quilla_x: the X shells of the toolkit-free models (core/*_x.cc, view/*_x.cc)
+file(GLOB QUILLA_X_SOURCES CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/core/*_x.cc
+     ${CMAKE_CURRENT_SOURCE_DIR}/view/*_x.cc)
+add_library(quilla_x STATIC ${QUILLA_X_SOURCES})
+target_link_libraries(quilla_x PUBLIC core view_model tessel widgets ${MOTIF_LIBRARY} ${XT_LIBRARY} ${X11_X11_LIB})
+# ---- end quilla_x
+
 # GUI tests: they run against the Xvfb that scripts/test starts
 # (QUILLA_TEST_DISPLAY, QUILLA_TEST_DISPLAY8).
 function(quilla_gui_tests)
@@ -24,7 +31,7 @@ function(quilla_gui_tests)
     return()
   endif()
   add_executable(test_gui ${_src})
-  target_link_libraries(test_gui PRIVATE GTest::gtest_main widgets tessel)
+  target_link_libraries(test_gui PRIVATE GTest::gtest_main quilla_x widgets tessel)
   target_include_directories(test_gui PRIVATE ${CMAKE_CURRENT_SOURCE_DIR}/common)
   target_compile_definitions(test_gui PRIVATE QUILLA_SOURCE_DIR="${PROJECT_SOURCE_DIR}"
                              QUILLA_BINARY_DIR="${PROJECT_BINARY_DIR}")
