@@ -42,7 +42,6 @@ int rawLoad(const Source &src, TslPicture *picture, LoadContext &ctx) {
     return TSL_ERR_BAD_FILE;
   }
   const uint32_t w = static_cast<uint32_t>(p.width), h = static_cast<uint32_t>(p.height);
-  if (!ctx.sizeAllowed(w, h)) return TSL_ERR_MEMORY;
   const bool grey = p.channel_type == TSL_CHANNEL_GREY;
   const bool planar = p.channel_type == TSL_CHANNEL_PLANAR;
   const uint64_t channels = grey ? 1 : 3;
@@ -55,6 +54,7 @@ int rawLoad(const Source &src, TslPicture *picture, LoadContext &ctx) {
                    static_cast<unsigned long long>(avail), w, h, grey ? "grey" : "RGB");
     return TSL_ERR_BAD_FILE;
   }
+  if (!ctx.sizeAllowed(w, h)) return TSL_ERR_MEMORY;
   int code = ctx.alloc(picture, grey ? TSL_GREY : TSL_RGB, w, h);
   if (code != TSL_OK) return code;
   const uint8_t *data = src.data + (avail ? offset : 0);
@@ -165,7 +165,6 @@ int yuvLoad(const Source &src, TslPicture *picture, LoadContext &ctx) {
     return TSL_ERR_BAD_FILE;
   }
   const uint32_t w = static_cast<uint32_t>(p.width), h = static_cast<uint32_t>(p.height);
-  if (!ctx.sizeAllowed(w, h)) return TSL_ERR_MEMORY;
   const uint64_t frame = frameBytes(w, h);
   const uint64_t offset = static_cast<uint64_t>(p.offset);
   const uint64_t avail = src.size > offset ? src.size - offset : 0;
@@ -179,6 +178,7 @@ int yuvLoad(const Source &src, TslPicture *picture, LoadContext &ctx) {
     ctx.setMessage("YUV data is too short for a %ux%u frame", w, h);
     return TSL_ERR_BAD_FILE;
   }
+  if (!ctx.sizeAllowed(w, h)) return TSL_ERR_MEMORY;
   int code = ctx.alloc(picture, TSL_RGB, w, h);
   if (code != TSL_OK) return code;
   const uint64_t have = avail > start ? avail - start : 0;
