@@ -134,7 +134,7 @@ class OutputFile {
     final_ = target;
     for (int attempt = 0; attempt < 100; ++attempt) {
       temp_ = final_ + ".tsl" + std::to_string(getpid()) + "_" + std::to_string(attempt) + "~";
-      int fd = ::open(temp_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+      int fd = ::open(temp_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
       if (fd < 0) {
         if (errno == EEXIST) continue;
         return TSL_ERR_CREATE;
