@@ -276,6 +276,13 @@ TEST(TesconvOptions, FormatOptionsReachTheSaveParameters) {
   ASSERT_TRUE(ParseCommandLine(SplitWords("-out tiff -compress g4 f"), &opt, &error));
   SaveParams(opt, pic, &sp);
   EXPECT_EQ(sp.compression, TSL_TIFF_CCITT_G4);
+  ConvOptions png;
+  ASSERT_TRUE(ParseCommandLine(SplitWords("-out png f"), &png, &error));
+  SaveParams(png, pic, &sp);
+  EXPECT_EQ(sp.compression, 6);  // deflated unless asked otherwise
+  ASSERT_TRUE(ParseCommandLine(SplitWords("-out png -compress 0 f"), &png, &error));
+  SaveParams(png, pic, &sp);
+  EXPECT_EQ(sp.compression, 0);
 }
 
 }  // namespace

@@ -126,9 +126,10 @@ std::string CanonicalPath(const std::string &path) {
 
 int CompressionFor(const ConvOptions &opt, int format) {
   const std::string &c = opt.compress;
-  if (c.empty()) return 0;
-  if (c[0] >= '0' && c[0] <= '9') return std::atoi(c.c_str());
   const std::string name = tslFormatGetName(format);
+  // PNG is always deflated; its field is the zlib level, 6 being zlib's own default.
+  if (c.empty()) return name == "png" ? 6 : 0;
+  if (c[0] >= '0' && c[0] <= '9') return std::atoi(c.c_str());
   if (name == "tiff") {
     if (c == "lzw") return TSL_TIFF_LZW;
     if (c == "packbits" || c == "rle") return TSL_TIFF_PACKBITS;
