@@ -340,6 +340,43 @@ TEST_F(TrueColorRender, ColourDataIsSharedAndCounted) {
   ReleaseColourData(dpy_, a);
 }
 
+TEST_F(TrueColorRender, RequestedDirectColorVisualGetsRampsInItsOwnColormap) {
+  XVisualInfo templ;
+  templ.screen = screen_;
+  templ.c_class = DirectColor;
+  int n = 0;
+  XVisualInfo *dc = XGetVisualInfo(dpy_, VisualScreenMask | VisualClassMask, &templ, &n);
+  if (!dc || n == 0) GTEST_SKIP() << "no DirectColor visual";
+  const unsigned long id = dc[0].visualid;
+  const int depth = dc[0].depth;
+  XFree(dc);
+  visual_ = InitVisual(dpy_, screen_, static_cast<long>(id), false);
+  ASSERT_EQ(visual_.info.id, id);
+  ASSERT_EQ(visual_.info.cls, kDirectColor);
+  Surface(60, 40);
+  EXPECT_NE(colours_->colormap, DefaultColormap(dpy_, screen_));
+  EXPECT_TRUE(colours_->shared);
+  TslPicture &pic = Keep(testutil::MakePicture(TSL_RGB, 60, 40, 17));
+  ASSERT_TRUE(PrepareDisplay(obj_, &pic, 60, 40));
+  DrawExposedArea(pixmap_, gc_, obj_, 0, 0, 0, 0, 60, 40);
+  // The pixels look up colours in the ramps of the object's colormap.
+  const std::vector<unsigned long> px = Grab();
+  std::vector<XColor> q(px.size());
+  for (size_t i = 0; i < px.size(); ++i) q[i].pixel = px[i];
+  XQueryColors(dpy_, colours_->colormap, q.data(), static_cast<int>(q.size()));
+  std::vector<uint8_t> row(60 * 3);
+  const int shift = depth >= 24 ? 0 : 8 - depth / 3;
+  for (int y = 0; y < 40; ++y) {
+    tslGetRowRGB(&pic, y, row.data());
+    for (int x = 0; x < 60; ++x) {
+      const XColor &c = q[y * 60 + x];
+      ASSERT_EQ(c.red >> 8 >> shift, row[x * 3] >> shift) << x << "," << y;
+      ASSERT_EQ(c.green >> 8 >> shift, row[x * 3 + 1] >> shift) << x << "," << y;
+      ASSERT_EQ(c.blue >> 8 >> shift, row[x * 3 + 2] >> shift) << x << "," << y;
+    }
+  }
+}
+
 class PseudoColorRender : public RenderFixture {
  protected:
   void SetUp() override {
