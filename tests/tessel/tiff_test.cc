@@ -205,9 +205,13 @@ class TiffForeign : public testing::Test {
     } else {
       ASSERT_TRUE(testutil::ReadPnm(d_ + ref, &want));
     }
-    if (mean >= 0) EXPECT_LT(testutil::MeanAbsDiff(pic, want), mean);
-    else if (model == TSL_BINARY) EXPECT_TRUE(testutil::SamePixels(pic, want));
-    else EXPECT_TRUE(testutil::SameColors(pic, want, tolerance));
+    if (mean >= 0) {
+      EXPECT_LT(testutil::MeanAbsDiff(pic, want), mean);
+    } else if (model == TSL_BINARY) {
+      EXPECT_TRUE(testutil::SamePixels(pic, want));
+    } else {
+      EXPECT_TRUE(testutil::SameColors(pic, want, tolerance));
+    }
     tslFree(&pic);
     tslFree(&want);
   }
@@ -302,12 +306,18 @@ TEST(Tiff, TruncatedAndAbsurdFiles) {
   const std::string bytes = testutil::ReadFile(path);
   const std::string cut = dir.file("cut.tif");
   // libtiff writes the directory after the strips: cutting the end loses it.
-  for (size_t len : {size_t(3), size_t(8), bytes.size() / 2, bytes.size() - 4}) {
+  for (size_t len : {size_t(5), size_t(8), bytes.size() / 2, bytes.size() - 4}) {
     SCOPED_TRACE(len);
     testutil::WriteFile(cut, bytes.substr(0, len));
     TslPicture pic;
-    int code = Load(cut, &pic);
-    EXPECT_NE(code, TSL_OK);
+    const int code = Load(cut, &pic);
+    // Before the directory the file simply ends; a cut inside the values
+    // the directory points to leaves a bad directory.
+    if (len == bytes.size() - 4) {
+      EXPECT_TRUE(code == TSL_ERR_READ || code == TSL_ERR_BAD_FILE) << code;
+    } else {
+      EXPECT_EQ(code, TSL_ERR_READ);
+    }
     EXPECT_EQ(pic.pixels, nullptr);
   }
 
@@ -322,8 +332,11 @@ TEST(Tiff, TruncatedAndAbsurdFiles) {
     for (size_t i = data.size() / 2; i < data.size() * 3 / 4; ++i) data[i] = static_cast<char>(0xff);
     testutil::WriteFile(first, data);
     int code = Load(first, &pic);
-    if (code == TSL_OK) tslFree(&pic);
-    else EXPECT_TRUE(code == TSL_ERR_READ || code == TSL_ERR_CORRUPT || code == TSL_ERR_BAD_FILE) << code;
+    if (code == TSL_OK) {
+      tslFree(&pic);
+    } else {
+      EXPECT_TRUE(code == TSL_ERR_READ || code == TSL_ERR_CORRUPT || code == TSL_ERR_BAD_FILE) << code;
+    }
     ASSERT_EQ(Load(first, &pic, 0, TSL_FLAG_KEEP_DAMAGED), TSL_OK);
     // The rows before the damage are intact.
     EXPECT_EQ(std::memcmp(pic.pixels, src.pixels, 120 * 3 * 8), 0);

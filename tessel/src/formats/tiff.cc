@@ -176,10 +176,32 @@ class TiffFile {
   TIFF *tif_ = nullptr;
 };
 
-int selectPage(TiffFile &file, int page, char *why, size_t why_size) {
+// True when the file ends before the first directory its header points to.
+bool endsBeforeDirectory(const Source &src) {
+  const uint8_t *d = src.data;
+  if (src.size < 8) return true;
+  const bool le = d[0] == 'I';
+  auto get = [&](size_t at, int n) {
+    uint64_t v = 0;
+    for (int i = 0; i < n; ++i) v |= uint64_t(d[at + (le ? i : n - 1 - i)]) << (8 * i);
+    return v;
+  };
+  const bool big = get(2, 2) == 43;
+  if (big && src.size < 16) return true;
+  const uint64_t offset = big ? get(8, 8) : get(4, 4);
+  const int count_bytes = big ? 8 : 2;
+  if (offset >= src.size || src.size - offset < static_cast<uint64_t>(count_bytes)) return true;
+  // The directory's entries and next-directory offset must fit too.
+  const uint64_t count = get(static_cast<size_t>(offset), count_bytes);
+  const uint64_t entry = big ? 20 : 12, next = big ? 8 : 4;
+  return count > (src.size - offset - count_bytes) / entry ||
+         src.size - offset - count_bytes - count * entry < next;
+}
+
+int selectPage(const Source &src, TiffFile &file, int page, char *why, size_t why_size) {
   if (!file.tif()) {
     std::snprintf(why, why_size, "%s", file.message());
-    return TSL_ERR_BAD_FILE;
+    return endsBeforeDirectory(src) ? TSL_ERR_READ : TSL_ERR_BAD_FILE;
   }
   if (page < 0 || (page > 0 && !TIFFSetDirectory(file.tif(), static_cast<tdir_t>(page)))) {
     std::snprintf(why, why_size, "TIFF file has no page %d", page + 1);
@@ -190,7 +212,7 @@ int selectPage(TiffFile &file, int page, char *why, size_t why_size) {
 
 int tiffInfo(const Source &src, int page, TslFileInfo *info) {
   TiffFile file(src, allocLimit(tslGetMaxPixels()));
-  int code = selectPage(file, page, info->message, sizeof info->message);
+  int code = selectPage(src, file, page, info->message, sizeof info->message);
   if (code != TSL_OK) return code;
   TIFF *tif = file.tif();
   Layout L;
@@ -482,7 +504,7 @@ void readPalette(TIFF *tif, const Layout &L, TslPicture *pic) {
 int tiffLoad(const Source &src, TslPicture *pic, LoadContext &ctx) {
   TiffFile file(src, allocLimit(ctx.maxPixels()));
   char why[256] = {0};
-  int code = selectPage(file, ctx.page(), why, sizeof why);
+  int code = selectPage(src, file, ctx.page(), why, sizeof why);
   if (code == TSL_OK) code = [&] {
     TIFF *tif = file.tif();
     Layout L;
