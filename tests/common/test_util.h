@@ -58,6 +58,16 @@ inline bool FileExists(const std::string &path) {
   return ::stat(path.c_str(), &st) == 0;
 }
 
+// A picture / file information released at scope end.
+struct OwnedPicture {
+  TslPicture p{};
+  ~OwnedPicture() { tslFree(&p); }
+};
+struct OwnedInfo {
+  TslFileInfo i{};
+  ~OwnedInfo() { tslFileInformationFree(&i); }
+};
+
 // Runs a shell command, returns its exit status; output is captured into *out when given.
 inline int Run(const std::string &cmd, std::string *out = nullptr) {
   FILE *p = ::popen((cmd + " 2>&1").c_str(), "r");

@@ -24,15 +24,8 @@ TslParams JpegParams() {
   return p;
 }
 
-struct Pic {
-  TslPicture p{};
-  ~Pic() { tslFree(&p); }
-};
-
-struct Info {
-  TslFileInfo i{};
-  ~Info() { tslFileInformationFree(&i); }
-};
+using Pic = testutil::OwnedPicture;
+using Info = testutil::OwnedInfo;
 
 int StopAt(int what, int value, void *data) {
   auto *calls = static_cast<std::vector<int> *>(data);

@@ -25,15 +25,8 @@ TslParams PngParams() {
   return p;
 }
 
-struct Pic {
-  TslPicture p{};
-  ~Pic() { tslFree(&p); }
-};
-
-struct Info {
-  TslFileInfo i{};
-  ~Info() { tslFileInformationFree(&i); }
-};
+using Pic = testutil::OwnedPicture;
+using Info = testutil::OwnedInfo;
 
 int StopAt(int what, int value, void *) { return what == 0 && value >= 40; }
 
