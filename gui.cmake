@@ -18,10 +18,18 @@ target_compile_options(widgets PRIVATE -Wno-missing-field-initializers)
 
 # ---- quilla_x: the X shells of the toolkit-free models (core/*_x.cc, view/*_x.cc)
 file(GLOB QUILLA_X_SOURCES CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/core/*_x.cc
-     ${CMAKE_CURRENT_SOURCE_DIR}/view/*_x.cc)
+     ${CMAKE_CURRENT_SOURCE_DIR}/view/*_x.cc ${CMAKE_CURRENT_SOURCE_DIR}/files/*_x.cc)
 add_library(quilla_x STATIC ${QUILLA_X_SOURCES})
-target_link_libraries(quilla_x PUBLIC core view_model tessel widgets ${MOTIF_LIBRARY} ${XT_LIBRARY} ${X11_X11_LIB})
+target_link_libraries(quilla_x PUBLIC core view_model files_model imgproc tessel widgets
+                      ${MOTIF_LIBRARY} ${XT_LIBRARY} ${X11_X11_LIB})
 # ---- end quilla_x
+
+# ---- the program
+if(EXISTS ${CMAKE_CURRENT_SOURCE_DIR}/main/quilla.cc)
+  add_executable(quilla ${CMAKE_CURRENT_SOURCE_DIR}/main/quilla.cc)
+  target_link_libraries(quilla PRIVATE quilla_x)
+  install(TARGETS quilla RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+endif()
 
 # GUI tests: they run against the Xvfb that scripts/test starts
 # (QUILLA_TEST_DISPLAY, QUILLA_TEST_DISPLAY8).

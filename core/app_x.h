@@ -1,0 +1,50 @@
+// The application shell side of start-up: the process-wide start-up state,
+// the named actions, signal handlers, the window icon, the start window, the
+// About box and quit.
+#ifndef QUILLA_CORE_APP_X_H
+#define QUILLA_CORE_APP_X_H
+
+#include <X11/Intrinsic.h>
+
+#include <string>
+
+namespace quilla {
+
+// Process-wide start-up state, read by the windows.
+struct AppState {
+  XtAppContext app = nullptr;
+  Display *dpy = nullptr;
+  int screen = 0;
+  Widget shell = nullptr;        // the application shell
+  Widget main_window = nullptr;  // the first window opened
+  std::string start_dir;         // working directory at start-up
+  long visual_id = -1;           // -visualid, -1 when none
+  int menu_bar_mode = 1;         // 1 menu bar, 0 pop-up menu in views
+  bool own_colormap = false, full_screen = false, verbose = false;
+  Pixmap icon = 0;               // the window icon, freed at quit
+  Cursor cursors[2] = {0, 0};    // the two shared 32x32 bitmap cursors
+  int interrupts = 0;            // Ctrl+C counter
+};
+AppState &App();
+
+// Registers ViewDoCommand, ViewKeyScroll, ViewClose, BrowserDoCommand,
+// BrowserDoPopup, UrlClick, FilelistDoCommand, DoBubble in that order.
+void RegisterActions(XtAppContext app);
+
+// Sets the window icon on a shell (no-op before the icon is built).
+void SetWindowIcon(Widget shell);
+
+// The empty start window QuillInit.
+Widget OpenStartWindow(Widget parent);
+// The About box QuillAbout.
+void OpenAbout(Widget parent);
+
+// Quit: frees the icon, the display colours, toolbar pixmaps, closes the
+// image library, frees the cursors, exits 0.  Writes nothing.
+[[noreturn]] void Quit();
+// The quit command of the windows: writes the settings, then Quit().
+[[noreturn]] void QuitWritingSettings();
+
+}  // namespace quilla
+
+#endif
