@@ -1,0 +1,130 @@
+// Load parameters from the settings, LUT files and the load's texts.
+#include "files/load_model.h"
+
+#include <cstdio>
+#include <cstring>
+
+namespace quilla {
+
+namespace {
+
+// Reads one line of any length; only its first 127 characters are kept.
+bool ReadLine(FILE *f, std::string *line) {
+  line->clear();
+  int c;
+  bool any = false;
+  while ((c = std::fgetc(f)) != EOF) {
+    any = true;
+    if (c == '\n') break;
+    if (line->size() < 127) line->push_back(static_cast<char>(c));
+  }
+  return any;
+}
+
+bool ParseHeader(const char *text, int *channels, int *entries) {
+  return std::sscanf(text, "LUT: %d %d", channels, entries) == 2 ||
+         std::sscanf(text, "lut: %d %d", channels, entries) == 2;
+}
+
+uint16_t ClampEntry(int v) { return static_cast<uint16_t>(v < 0 ? 0 : v > 65535 ? 65535 : v); }
+
+}  // namespace
+
+bool ReadLutFile(const char *path, int size, Lut *lut) {
+  *lut = Lut();
+  if (!path || !*path || size <= 0) return false;
+  FILE *f = std::fopen(path, "r");
+  if (!f) return false;
+  std::string line;
+  int channels = 0, entries = 0;
+  bool header = false;
+  int next = 0;
+  while (ReadLine(f, &line)) {
+    if (line[0] == '#') continue;
+    if (!header) {
+      if (!ParseHeader(line.c_str(), &channels, &entries)) continue;
+      // Deliberately lenient: only a header wrong in both respects is refused.
+      if (channels != 1 && channels != 3 && entries != size) break;
+      header = true;
+      for (auto &p : lut->plane) p.assign(static_cast<size_t>(size), 0);
+      lut->size = size;
+      continue;
+    }
+    int value;
+    if (std::sscanf(line.c_str(), "%d", &value) != 1) continue;
+    if (next >= size) continue;  // past the table: ignored
+    uint16_t v = ClampEntry(value);
+    lut->plane[0][next] = v;
+    if (channels == 3) lut->plane[1][next] = lut->plane[2][next] = v;
+    ++next;
+  }
+  std::fclose(f);
+  if (!header) *lut = Lut();
+  return header;
+}
+
+PageSize PostscriptPageSize(int value) {
+  static const PageSize kSizes[] = {{792, 1224}, {2380, 3368}, {1684, 2380}, {1190, 1684}, {842, 1190},
+                                    {595, 842},  {421, 595},   {709, 1002},  {501, 709},   {1224, 792},
+                                    {612, 1008}, {612, 792},   {612, 792}};
+  if (value < 1 || value > 13) return PageSize();
+  return kSizes[value - 1];
+}
+
+void FillLoadRequest(const SettingsRecord &settings, int format, int page, bool app_switch, LoadRequest *req) {
+  const auto &load = settings.Load;
+  TslParams &p = req->params;
+  tslDefaultParams(&p);
+  p.format = format;
+  p.page = page;
+  p.progress = nullptr;
+  p.progress_data = nullptr;
+  p.flags = app_switch ? TSL_FLAG_APP : 0;
+
+  // Headerless input: "raw" has its own geometry, everything else gets the
+  // YUV one (only the headerless readers look at it).
+  const char *name = format >= 0 ? tslFormatGetName(format) : nullptr;
+  if (name && std::strcmp(name, "raw") == 0) {
+    p.width = load.RawWidth;
+    p.height = load.RawHeight;
+    p.offset = load.RawOffset;
+  } else {
+    p.width = load.YuvWidth;
+    p.height = load.YuvHeight;
+    p.offset = load.YuvOffset;
+  }
+
+  p.pcd_base = load.PcdBase;
+  p.grob_bpp = load.GrobBpp + 1;
+  p.channel_order = load.ChannelOrder;
+  p.channel_type = load.ChannelType;
+  p.ps_dpi = load.PostscriptDpi;
+  PageSize ps = PostscriptPageSize(load.PostscriptPageSize);
+  p.ps_page_width = ps.width;
+  p.ps_page_height = ps.height;
+
+  req->lut = Lut();
+  if (load.UseLut && ReadLutFile(load.Lut10to8Name, 1024, &req->lut)) {
+    for (int i = 0; i < 3; ++i) p.lut[i] = req->lut.plane[i].data();
+    p.lut_size = req->lut.size;
+  }
+
+  if (load.IgnoreError) p.flags |= TSL_FLAG_KEEP_DAMAGED;
+}
+
+std::string FileNameOnly(const char *path) {
+  if (!path) return std::string();
+  const char *slash = std::strrchr(path, '/');
+  return slash ? slash + 1 : path;
+}
+
+std::string LoadingLabel(const char *path) { return "Loading " + FileNameOnly(path); }
+
+std::string LoadErrorText(const char *path, int code, const char *library_message) {
+  size_t size = (path ? std::strlen(path) : 0) + (library_message ? std::strlen(library_message) : 0) + 64;
+  std::vector<char> buffer(size);
+  tslErrorText(buffer.data(), buffer.size(), path ? path : "", code, library_message);
+  return buffer.data();
+}
+
+}  // namespace quilla
