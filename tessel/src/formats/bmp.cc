@@ -6,6 +6,7 @@
 #include <cstring>
 #include <vector>
 
+#include "../bgr_rows.h"
 #include "../bytes.h"
 #include "../format.h"
 
@@ -256,32 +257,6 @@ int infoBmp(const Source &src, int /*page*/, TslFileInfo *info) {
   return TSL_OK;
 }
 
-// An RGBA picture whose alpha carries nothing (all 0 or all 255) becomes RGB in place.
-void dropUselessAlpha(TslPicture *p) {
-  bool all0 = true, all255 = true;
-  for (uint32_t y = 0; y < p->height && (all0 || all255); ++y) {
-    const uint8_t *row = rowOf(p, y);
-    for (uint32_t x = 0; x < p->width; ++x) {
-      all0 = all0 && row[4 * x + 3] == 0;
-      all255 = all255 && row[4 * x + 3] == 255;
-    }
-  }
-  if (!all0 && !all255) return;
-  const size_t line = static_cast<size_t>(p->width) * 3;
-  for (uint32_t y = 0; y < p->height; ++y) {
-    const uint8_t *s = p->pixels + static_cast<size_t>(y) * p->bytes_per_line;
-    uint8_t *d = p->pixels + static_cast<size_t>(y) * line;
-    for (uint32_t x = 0; x < p->width; ++x) {
-      d[3 * x] = s[4 * x];
-      d[3 * x + 1] = s[4 * x + 1];
-      d[3 * x + 2] = s[4 * x + 2];
-    }
-  }
-  p->color_model = TSL_RGB;
-  p->bytes_per_pixel = 3;
-  p->bytes_per_line = static_cast<uint32_t>(line);
-}
-
 // Decodes RLE8 or RLE4 data into an indexed picture.  Returns TSL_OK, TSL_STOPPED
 // or TSL_ERR_READ when the data ends before the picture is complete.
 int decodeRle(const Source &src, const BmpHeader &h, TslPicture *pic, LoadContext &ctx) {
@@ -472,25 +447,21 @@ int saveBmp(FILE *f, const TslPicture *p, SaveContext &ctx) {
 
   int bits;
   int colors = 0;
-  uint8_t pal[256][3];
+  uint8_t pal[768];  // red, green and blue planes
   std::memset(pal, 0, sizeof pal);
   const bool alpha = TSL_IS_TRUECOLOR(model) && channelLayout(model).a >= 0 && !os2;
   if (model == TSL_BINARY) {
     bits = 1;
     colors = 2;
-    pal[1][0] = pal[1][1] = pal[1][2] = 255;
+    pal[1] = pal[256 + 1] = pal[512 + 1] = 255;
   } else if (model == TSL_GREY) {
     bits = 8;
     colors = 256;
-    for (int i = 0; i < 256; ++i) pal[i][0] = pal[i][1] = pal[i][2] = static_cast<uint8_t>(i);
+    for (int i = 0; i < 256; ++i) pal[i] = pal[256 + i] = pal[512 + i] = static_cast<uint8_t>(i);
   } else if (model == TSL_INDEXED) {
     colors = p->colors > 0 && p->colors <= 256 ? p->colors : 256;
     bits = colors <= 2 ? 1 : colors <= 16 ? 4 : 8;
-    for (int i = 0; i < colors; ++i) {
-      pal[i][0] = p->palette[i];
-      pal[i][1] = p->palette[256 + i];
-      pal[i][2] = p->palette[512 + i];
-    }
+    for (int plane = 0; plane < 3; ++plane) std::memcpy(pal + 256 * plane, p->palette + 256 * plane, colors);
   } else if (TSL_IS_TRUECOLOR(model)) {
     bits = alpha ? 32 : 24;
   } else {
@@ -525,10 +496,7 @@ int saveBmp(FILE *f, const TslPicture *p, SaveContext &ctx) {
       for (int i = 0; i < 12 && ok; ++i) ok = put32le(f, 0);  // endpoints and gamma
     }
   }
-  for (int i = 0; i < pal_entries && ok; ++i) {
-    ok = put8(f, pal[i][2]) && put8(f, pal[i][1]) && put8(f, pal[i][0]);
-    if (!os2) ok = ok && put8(f, 0);
-  }
+  ok = ok && putBgrPalette(f, pal, pal_entries, !os2);
   if (!ok) return TSL_ERR_WRITE;
 
   std::vector<uint8_t> line(static_cast<size_t>(stride));
@@ -549,14 +517,7 @@ int saveBmp(FILE *f, const TslPicture *p, SaveContext &ctx) {
       for (uint32_t x = 0; x < w; ++x)
         line[x / per] = static_cast<uint8_t>(line[x / per] | (src[x] & mask) << (8 - bits * (x % per + 1)));
     } else {
-      tslGetRowRGBA(p, y, rgba.data());
-      const int n = bits / 8;
-      for (uint32_t x = 0; x < w; ++x) {
-        line[n * x] = rgba[4 * x + 2];
-        line[n * x + 1] = rgba[4 * x + 1];
-        line[n * x + 2] = rgba[4 * x];
-        if (n == 4) line[n * x + 3] = rgba[4 * x + 3];
-      }
+      bgrRow(p, y, bits / 8, rgba.data(), line.data());
     }
     if (rle) {
       coded.clear();

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <vector>
 
+#include "../bgr_rows.h"
 #include "../bytes.h"
 #include "../format.h"
 
@@ -190,32 +191,6 @@ class PixelStream {
   uint8_t value_[4] = {0, 0, 0, 0};
 };
 
-// An RGBA picture whose alpha carries nothing (all 0 or all 255) becomes RGB in place.
-void dropUselessAlpha(TslPicture *p) {
-  bool all0 = true, all255 = true;
-  for (uint32_t y = 0; y < p->height && (all0 || all255); ++y) {
-    const uint8_t *row = rowOf(p, y);
-    for (uint32_t x = 0; x < p->width; ++x) {
-      all0 = all0 && row[4 * x + 3] == 0;
-      all255 = all255 && row[4 * x + 3] == 255;
-    }
-  }
-  if (!all0 && !all255) return;
-  const size_t line = static_cast<size_t>(p->width) * 3;
-  for (uint32_t y = 0; y < p->height; ++y) {
-    const uint8_t *s = p->pixels + static_cast<size_t>(y) * p->bytes_per_line;
-    uint8_t *d = p->pixels + static_cast<size_t>(y) * line;
-    for (uint32_t x = 0; x < p->width; ++x) {
-      d[3 * x] = s[4 * x];
-      d[3 * x + 1] = s[4 * x + 1];
-      d[3 * x + 2] = s[4 * x + 2];
-    }
-  }
-  p->color_model = TSL_RGB;
-  p->bytes_per_pixel = 3;
-  p->bytes_per_line = static_cast<uint32_t>(line);
-}
-
 int loadTga(const Source &src, TslPicture *pic, LoadContext &ctx) {
   TgaHeader h;
   char msg[256] = {0};
@@ -344,8 +319,7 @@ int saveTga(FILE *f, const TslPicture *p, SaveContext &ctx) {
   head[16] = static_cast<uint8_t>(depth);
   head[17] = static_cast<uint8_t>(alpha_bits);  // origin bottom left
   bool ok = putBytes(f, head, sizeof head) && putBytes(f, comment, id_length);
-  for (int i = 0; i < colors && ok; ++i)
-    ok = put8(f, p->palette[512 + i]) && put8(f, p->palette[256 + i]) && put8(f, p->palette[i]);
+  ok = ok && putBgrPalette(f, p->palette, colors, false);
   if (!ok) return TSL_ERR_WRITE;
 
   const int bytes = depth / 8;
@@ -357,14 +331,7 @@ int saveTga(FILE *f, const TslPicture *p, SaveContext &ctx) {
     if (bytes == 1) {
       std::memcpy(line.data(), rowOf(p, y), w);
     } else {
-      tslGetRowRGBA(p, y, rgba.data());
-      for (uint32_t x = 0; x < w; ++x) {
-        uint8_t *o = line.data() + static_cast<size_t>(x) * bytes;
-        o[0] = rgba[4 * x + 2];
-        o[1] = rgba[4 * x + 1];
-        o[2] = rgba[4 * x];
-        if (bytes == 4) o[3] = rgba[4 * x + 3];
-      }
+      bgrRow(p, y, bytes, rgba.data(), line.data());
     }
     if (rle) {
       coded.clear();
