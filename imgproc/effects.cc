@@ -7,6 +7,7 @@
 #include <cmath>
 #include <vector>
 
+#include "imgproc/convert_rows.h"
 #include "imgproc/noise.h"
 #include "imgproc/operations.h"
 
@@ -14,15 +15,9 @@ namespace quilla {
 namespace fx {
 
 ChannelLayout LayoutOf(int model) {
-  switch (model) {
-    case TSL_RGB: return {0, 1, 2, -1};
-    case TSL_BGR: return {2, 1, 0, -1};
-    case TSL_RGBA: return {0, 1, 2, 3};
-    case TSL_BGRA: return {2, 1, 0, 3};
-    case TSL_ARGB: return {1, 2, 3, 0};
-    case TSL_ABGR: return {3, 2, 1, 0};
-    default: return {0, 0, 0, -1};
-  }
+  if (!TSL_IS_TRUECOLOR(model)) return {0, 0, 0, -1};
+  const rows::Layout l = rows::LayoutOf(model);
+  return {l.r, l.g, l.b, l.a};
 }
 
 bool ToTrueColor(const TslPicture *src, TslPicture *out) {
@@ -90,6 +85,12 @@ constexpr double kPi = 3.14159265358979323846;
 
 bool usable(const TslPicture *p) { return p && p->pixels && p->width > 0 && p->height > 0; }
 
+// The checks most effects start with: a usable picture, an integer parameter
+// within lo..hi and a rectangle that meets the picture (clipped into *r).
+bool startOp(const TslPicture *src, const OpRect *rect, int value, int lo, int hi, OpRect *r) {
+  return usable(src) && value >= lo && value <= hi && ClipRect(src, rect, r);
+}
+
 // Copies pixel sx of row `from` to pixel dx of row `to` (any model).
 inline void copyPixel(const TslPicture *pic, const uint8_t *from, int sx, uint8_t *to, int dx) {
   if (pic->color_model == TSL_BINARY) {
@@ -128,6 +129,28 @@ void rotateRowPart(TslPicture *pic, uint32_t y, int x0, int w, int64_t shift, st
   std::memcpy(tmp.data(), seg, w * bpp);
   std::memcpy(seg + s * bpp, tmp.data(), (w - s) * bpp);
   std::memcpy(seg, tmp.data() + (w - s) * bpp, s * bpp);
+}
+
+// Rotates the part of each row inside the rectangle sideways, wrapping
+// around: row y of the rectangle (0 = its top row) moves shiftOf(r, y)
+// pixels to the right (negative: to the left).  Pixels are only moved, so
+// every kind of picture works and the work is done in place.
+template <typename Shift>
+int shiftRows(TslPicture *src, TslPicture *dst, const OpRect *rect, Shift shiftOf) {
+  if (!usable(src)) return kOpEmptyRect;
+  OpRect r;
+  if (!ClipRect(src, rect, &r)) return kOpEmptyRect;
+  std::vector<uint8_t> tmp;
+  try {
+    tmp.resize(static_cast<size_t>(r.width) * std::max<int>(src->bytes_per_pixel, 1));
+  } catch (const std::bad_alloc &) {
+    return kOpNoMemory;
+  }
+  TslPicture *pic;
+  if (fx::InPlaceTarget(src, dst, &pic) != kOpDone) return kOpNoMemory;
+  for (int y = 0; y < r.height; ++y)
+    rotateRowPart(pic, static_cast<uint32_t>(r.y + y), r.x, r.width, static_cast<int64_t>(shiftOf(r, y)), tmp);
+  return kOpDone;
 }
 
 }  // namespace
@@ -216,11 +239,9 @@ int OpDeinterlace(TslPicture *src, TslPicture *dst, const OpRect *rect, const Op
 // on a tie.  Indexed pictures are converted to RGB first (block size 1
 // leaves any picture as it is).
 int OpMosaic(TslPicture *src, TslPicture *dst, const OpRect *rect, const OpParams &p) {
-  if (!usable(src)) return kOpEmptyRect;
   const int n = p.i[0];
-  if (n < 1 || n > 64) return kOpEmptyRect;
   OpRect r;
-  if (!ClipRect(src, rect, &r)) return kOpEmptyRect;
+  if (!startOp(src, rect, n, 1, 64, &r)) return kOpEmptyRect;
   OwnedPicture conv;
   TslPicture *pic;
   if (n > 1 && src->color_model == TSL_INDEXED) {
@@ -275,24 +296,11 @@ int OpMosaic(TslPicture *src, TslPicture *dst, const OpRect *rect, const OpParam
 // pixel), to the right and to the left in turn; what leaves one side comes
 // back on the other, so no pixel is lost and no fill colour is needed.
 int OpSlice(TslPicture *src, TslPicture *dst, const OpRect *rect, const OpParams &) {
-  if (!usable(src)) return kOpEmptyRect;
-  OpRect r;
-  if (!ClipRect(src, rect, &r)) return kOpEmptyRect;
-  std::vector<uint8_t> tmp;
-  try {
-    tmp.resize(static_cast<size_t>(r.width) * std::max<int>(src->bytes_per_pixel, 1));
-  } catch (const std::bad_alloc &) {
-    return kOpNoMemory;
-  }
-  TslPicture *pic;
-  if (fx::InPlaceTarget(src, dst, &pic) != kOpDone) return kOpNoMemory;
-  const int strip = std::max(2, r.height / 16);
-  const int shift = std::max(1, r.width / 20);
-  for (int y = r.y; y < r.y + r.height; ++y) {
-    const int k = (y - r.y) / strip;
-    rotateRowPart(pic, static_cast<uint32_t>(y), r.x, r.width, (k & 1) ? -shift : shift, tmp);
-  }
-  return kOpDone;
+  return shiftRows(src, dst, rect, [](const OpRect &r, int y) {
+    const int strip = std::max(2, r.height / 16);
+    const int shift = std::max(1, r.width / 20);
+    return ((y / strip) & 1) ? -shift : shift;
+  });
 }
 
 // ---- Tile ------------------------------------------------------------------
@@ -302,11 +310,9 @@ int OpSlice(TslPicture *src, TslPicture *dst, const OpRect *rect, const OpParams
 // (u * n) mod width, and the same for rows.  Any kind of picture works as
 // pixels are only moved; 1 leaves the picture as it is.
 int OpTile(TslPicture *src, TslPicture *dst, const OpRect *rect, const OpParams &p) {
-  if (!usable(src)) return kOpEmptyRect;
   const int n = p.i[0];
-  if (n < 1 || n > 64) return kOpEmptyRect;
   OpRect r;
-  if (!ClipRect(src, rect, &r)) return kOpEmptyRect;
+  if (!startOp(src, rect, n, 1, 64, &r)) return kOpEmptyRect;
   OwnedPicture res;
   if (!fx::CopyFresh(src, &res.pic)) return kOpNoMemory;
   for (int y = 0; y < r.height; ++y) {
@@ -329,24 +335,11 @@ int OpTile(TslPicture *src, TslPicture *dst, const OpRect *rect, const OpParams 
 // a whole number of pixels, wrapping around inside the rectangle (the
 // canvas keeps its size, and every kind of picture works).
 int OpShear(TslPicture *src, TslPicture *dst, const OpRect *rect, const OpParams &) {
-  if (!usable(src)) return kOpEmptyRect;
-  OpRect r;
-  if (!ClipRect(src, rect, &r)) return kOpEmptyRect;
-  std::vector<uint8_t> tmp;
-  try {
-    tmp.resize(static_cast<size_t>(r.width) * std::max<int>(src->bytes_per_pixel, 1));
-  } catch (const std::bad_alloc &) {
-    return kOpNoMemory;
-  }
-  TslPicture *pic;
-  if (fx::InPlaceTarget(src, dst, &pic) != kOpDone) return kOpNoMemory;
-  for (int y = 0; y < r.height; ++y) {
+  return shiftRows(src, dst, rect, [](const OpRect &r, int y) {
     // t = twice the distance above the middle row; shift = round(t / 10).
     const int64_t t = static_cast<int64_t>(r.height - 1) - 2 * static_cast<int64_t>(y);
-    const int64_t shift = (t + 5 >= 0) ? (t + 5) / 10 : -((-(t + 5) + 9) / 10);
-    rotateRowPart(pic, static_cast<uint32_t>(r.y + y), r.x, r.width, shift, tmp);
-  }
-  return kOpDone;
+    return (t + 5 >= 0) ? (t + 5) / 10 : -((-(t + 5) + 9) / 10);
+  });
 }
 
 // ---- Oil Painting ------------------------------------------------------------
@@ -361,11 +354,9 @@ int OpShear(TslPicture *src, TslPicture *dst, const OpRect *rect, const OpParams
 // bilevel pixels take the class value.  The class histogram slides along the
 // row: one column enters and one leaves per step.
 int OpOilPainting(TslPicture *src, TslPicture *dst, const OpRect *rect, const OpParams &p) {
-  if (!usable(src)) return kOpEmptyRect;
   const int radius = p.i[0];
-  if (radius < 1 || radius > 16) return kOpEmptyRect;
   OpRect r;
-  if (!ClipRect(src, rect, &r)) return kOpEmptyRect;
+  if (!startOp(src, rect, radius, 1, 16, &r)) return kOpEmptyRect;
   OwnedPicture res;
   if (!fx::CopyFresh(src, &res.pic)) return kOpNoMemory;
 
@@ -452,6 +443,14 @@ int distort(TslPicture *src, TslPicture *dst, const OpRect &r, Map map) {
   return kOpDone;
 }
 
+// The circle inscribed in a rectangle: centre and radius (half the smaller side).
+struct Circle {
+  double cx, cy, radius;
+};
+Circle inscribed(const OpRect &r) {
+  return {r.x + (r.width - 1) / 2.0, r.y + (r.height - 1) / 2.0, std::min(r.width, r.height) / 2.0};
+}
+
 }  // namespace
 
 // Swirl: inside the circle inscribed in the rectangle (radius R = half the
@@ -460,24 +459,21 @@ int distort(TslPicture *src, TslPicture *dst, const OpRect &r, Map map) {
 // angle at the centre, fading to nothing at the rim.  Outside the circle
 // nothing moves; 0 degrees leaves the picture as it is.
 int OpSwirl(TslPicture *src, TslPicture *dst, const OpRect *rect, const OpParams &p) {
-  if (!usable(src)) return kOpEmptyRect;
   const int degrees = p.i[0];
-  if (degrees < 0 || degrees > 359) return kOpEmptyRect;
   OpRect r;
-  if (!ClipRect(src, rect, &r)) return kOpEmptyRect;
+  if (!startOp(src, rect, degrees, 0, 359, &r)) return kOpEmptyRect;
   if (degrees == 0) return dst ? CopyToDest(src, dst) : kOpDone;
-  const double cx = r.x + (r.width - 1) / 2.0, cy = r.y + (r.height - 1) / 2.0;
-  const double radius = std::min(r.width, r.height) / 2.0;
-  const double angle = degrees * kPi / 180.0;
+  const Circle c = inscribed(r);
+  const double radius = c.radius, angle = degrees * kPi / 180.0;
   return distort(src, dst, r, [&](int x, int y, double *sx, double *sy) {
-    const double dx = x - cx, dy = y - cy;
+    const double dx = x - c.cx, dy = y - c.cy;
     const double d = std::sqrt(dx * dx + dy * dy);
     if (d >= radius) return false;
     const double t = 1.0 - d / radius;
     const double a = angle * t * t;
     const double ca = std::cos(a), sa = std::sin(a);
-    *sx = cx + dx * ca - dy * sa;
-    *sy = cy + dx * sa + dy * ca;
+    *sx = c.cx + dx * ca - dy * sa;
+    *sy = c.cy + dx * sa + dy * ca;
     return true;
   });
 }
@@ -487,21 +483,18 @@ int OpSwirl(TslPicture *src, TslPicture *dst, const OpRect *rect, const OpParams
 // t * (1 - k * sqrt(1 - t^2)), k = 0.8 * i[0] / 100: the centre is magnified
 // 1 / (1 - k) times (up to 5 times at strength 100), the rim not at all.
 int OpLens(TslPicture *src, TslPicture *dst, const OpRect *rect, const OpParams &p) {
-  if (!usable(src)) return kOpEmptyRect;
   const int strength = p.i[0];
-  if (strength < 1 || strength > 100) return kOpEmptyRect;
   OpRect r;
-  if (!ClipRect(src, rect, &r)) return kOpEmptyRect;
-  const double cx = r.x + (r.width - 1) / 2.0, cy = r.y + (r.height - 1) / 2.0;
-  const double radius = std::min(r.width, r.height) / 2.0;
-  const double k = 0.8 * strength / 100.0;
+  if (!startOp(src, rect, strength, 1, 100, &r)) return kOpEmptyRect;
+  const Circle c = inscribed(r);
+  const double radius = c.radius, k = 0.8 * strength / 100.0;
   return distort(src, dst, r, [&](int x, int y, double *sx, double *sy) {
-    const double dx = x - cx, dy = y - cy;
+    const double dx = x - c.cx, dy = y - c.cy;
     const double t2 = (dx * dx + dy * dy) / (radius * radius);
     if (t2 >= 1.0) return false;
     const double f = 1.0 - k * std::sqrt(1.0 - t2);
-    *sx = cx + dx * f;
-    *sy = cy + dy * f;
+    *sx = c.cx + dx * f;
+    *sy = c.cy + dy * f;
     return true;
   });
 }
@@ -543,11 +536,9 @@ int OpWaves(TslPicture *src, TslPicture *dst, const OpRect *rect, const OpParams
 // means no swap).  The result is a permutation of the rectangle's pixels,
 // so every kind of picture works; the stream comes from the seed.
 int OpSpread(TslPicture *src, TslPicture *dst, const OpRect *rect, const OpParams &p) {
-  if (!usable(src)) return kOpEmptyRect;
   const int dist = p.i[0];
-  if (dist < 1 || dist > 32) return kOpEmptyRect;
   OpRect r;
-  if (!ClipRect(src, rect, &r)) return kOpEmptyRect;
+  if (!startOp(src, rect, dist, 1, 32, &r)) return kOpEmptyRect;
   TslPicture *pic;
   if (fx::InPlaceTarget(src, dst, &pic) != kOpDone) return kOpNoMemory;
   NoiseRng rng(p.seed);
