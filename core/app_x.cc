@@ -1,0 +1,271 @@
+// The application shell side of start-up: the start-up state, the named
+// actions, the signal handlers, the window icon, the start window, the About
+// box and quit.
+#include "core/app_x.h"
+
+#include <Xm/Xm.h>
+#include <Xm/Form.h>
+#include <Xm/Label.h>
+#include <Xm/Protocols.h>
+#include <Xm/PushB.h>
+#include <Xm/Separator.h>
+#include <Xm/DialogS.h>
+#include <X11/Shell.h>
+
+#include <signal.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "core/display_x.h"
+#include "core/settings.h"
+#include "tessel.h"
+#include "view/view_x.h"
+
+namespace quilla {
+
+namespace {
+
+const char kWebAddress[] = "https://quilla.example.org/";
+const char kMailAddress[] = "quilla@example.org";
+
+// ---- named actions --------------------------------------------------------
+
+// The browser, its file lists and the bubble help are not part of the program
+// yet; their actions are registered so that translations naming them parse,
+// and do nothing until those windows exist.
+void BrowserDoCommandAction(Widget, XEvent *, String *, Cardinal *) {}
+void BrowserDoPopupAction(Widget, XEvent *, String *, Cardinal *) {}
+void FilelistDoCommandAction(Widget, XEvent *, String *, Cardinal *) {}
+void DoBubbleAction(Widget, XEvent *, String *, Cardinal *) {}
+
+// The About box's link labels: the web browser from WEBBROWSER, through the
+// shell and in the background, on the web address, or on a mail command for
+// the mail label.
+void UrlClickAction(Widget w, XEvent *, String *, Cardinal *) {
+  const char *browser = std::getenv("WEBBROWSER");
+  if (!browser || !*browser) browser = "netscape";
+  std::string command(browser);
+  if (std::strcmp(XtName(w), "labelEmail") == 0)
+    command += std::string(" -remote 'mailto(") + kMailAddress + ")' &";
+  else
+    command += std::string(" ") + kWebAddress + " &";
+  if (std::system(command.c_str()) == -1) std::perror("UrlClick");
+}
+
+XtActionsRec kActions[] = {
+    {const_cast<String>("ViewDoCommand"), ViewDoCommandAction},
+    {const_cast<String>("ViewKeyScroll"), ViewKeyScrollAction},
+    {const_cast<String>("ViewClose"), ViewCloseAction},
+    {const_cast<String>("BrowserDoCommand"), BrowserDoCommandAction},
+    {const_cast<String>("BrowserDoPopup"), BrowserDoPopupAction},
+    {const_cast<String>("UrlClick"), UrlClickAction},
+    {const_cast<String>("FilelistDoCommand"), FilelistDoCommandAction},
+    {const_cast<String>("DoBubble"), DoBubbleAction},
+};
+
+// ---- signals ----------------------------------------------------------------
+// The handlers use write(2) and _exit(2) only: they may interrupt anything,
+// malloc and stdio included.  Our own diagnostics on standard output are
+// written the same way, so nothing of ours waits in a stdio buffer.
+
+void WriteRaw(const char *text) {
+  size_t left = std::strlen(text);
+  while (left > 0) {
+    ssize_t n = ::write(STDOUT_FILENO, text, left);
+    if (n <= 0) return;
+    text += n;
+    left -= static_cast<size_t>(n);
+  }
+}
+
+extern "C" void OnInterrupt(int) {
+  WriteRaw("****** Interrupt detected ******\n");
+  AppState &a = App();
+  if (++a.interrupts > 2) _exit(1);
+  // "Hit %d Ctrl+C..." with 3 minus the count, formatted by hand.
+  char line[80] = "****** Hit ";
+  size_t at = std::strlen(line);
+  int left = 3 - a.interrupts;
+  char digits[12];
+  int nd = 0;
+  do {
+    digits[nd++] = static_cast<char>('0' + left % 10);
+    left /= 10;
+  } while (left > 0 && nd < 11);
+  while (nd > 0) line[at++] = digits[--nd];
+  line[at] = '\0';
+  std::strcat(line, " Ctrl+C for exiting without saving ******\n");
+  WriteRaw(line);
+  // One-shot semantics: the handler was reset on entry and puts itself back.
+  sysv_signal(SIGINT, OnInterrupt);
+}
+
+extern "C" void OnFatalSignal(int) {
+  WriteRaw("****** Error detected ******\n");
+  _exit(0);
+}
+
+extern "C" void OnAlarm(int) {
+  WriteRaw("****** Alarm signal ******\n");
+  _exit(0);
+}
+
+// ---- start window and About box ------------------------------------------
+
+void StartWindowClosed(Widget, XtPointer, XtPointer) { QuitWritingSettings(); }
+
+Widget g_about = nullptr;
+
+void AboutDestroyed(Widget, XtPointer, XtPointer) { g_about = nullptr; }
+void AboutOk(Widget, XtPointer client, XtPointer) { XtDestroyWidget(static_cast<Widget>(client)); }
+
+XmString Text(const char *s) { return XmStringCreateLocalized(const_cast<char *>(s)); }
+
+Widget Label(const char *name, Widget parent, const char *text, Widget above, int left_offset) {
+  XmString s = Text(text);
+  Widget w = XtVaCreateManagedWidget(name, xmLabelWidgetClass, parent, XmNlabelString, s, XmNalignment,
+                                     XmALIGNMENT_BEGINNING, XmNtopAttachment,
+                                     above ? XmATTACH_WIDGET : XmATTACH_FORM, XmNtopWidget, above, XmNtopOffset,
+                                     above ? 2 : 10, XmNleftAttachment, XmATTACH_FORM, XmNleftOffset, left_offset,
+                                     XmNrightAttachment, XmATTACH_FORM, XmNrightOffset, 10, nullptr);
+  XmStringFree(s);
+  return w;
+}
+
+}  // namespace
+
+AppState &App() {
+  static AppState state;
+  return state;
+}
+
+void RegisterActions(XtAppContext app) { XtAppAddActions(app, kActions, XtNumber(kActions)); }
+
+void InstallSignalHandlers() {
+  sysv_signal(SIGINT, OnInterrupt);
+  sysv_signal(SIGFPE, OnFatalSignal);
+  sysv_signal(SIGBUS, OnFatalSignal);
+  sysv_signal(SIGSEGV, OnFatalSignal);
+  sysv_signal(SIGALRM, OnAlarm);
+}
+
+void SetWindowIcon(Widget shell) {
+  if (shell && App().icon) XtVaSetValues(shell, XmNiconPixmap, App().icon, nullptr);
+}
+
+Widget OpenStartWindow(Widget parent) {
+  // Closing the start window through the window manager ends the program as
+  // its quit command does (settings written): it is the only window, and a
+  // program without a window could not be reached any more.  Motif is told
+  // to do nothing itself so that the shell is still whole when we quit.
+  Widget shell = XtVaCreatePopupShell("QuillInit", topLevelShellWidgetClass, parent, XmNtitle, "Quilla v1.50",
+                                      XmNiconName, "Quilla", XmNdeleteResponse, XmDO_NOTHING, nullptr);
+  SetWindowIcon(shell);
+  Atom wm_delete = XmInternAtom(XtDisplay(shell), const_cast<char *>("WM_DELETE_WINDOW"), False);
+  XmAddWMProtocolCallback(shell, wm_delete, StartWindowClosed, nullptr);
+
+  Widget form = XtVaCreateWidget("form", xmFormWidgetClass, shell, nullptr);
+  // The menus of an empty view: open, browse, options, quit (Ctrl+Q) ...
+  Widget menu = CreateViewMenuBar(form);
+  XtVaSetValues(menu, XmNtopAttachment, XmATTACH_FORM, XmNleftAttachment, XmATTACH_FORM, XmNrightAttachment,
+                XmATTACH_FORM, nullptr);
+  XtManageChild(menu);
+  XmString s = Text("Open pictures with File > Open (Ctrl+O),\nor name them on the command line.");
+  XtVaCreateManagedWidget("label", xmLabelWidgetClass, form, XmNlabelString, s, XmNtopAttachment,
+                          XmATTACH_WIDGET, XmNtopWidget, menu, XmNleftAttachment, XmATTACH_FORM,
+                          XmNrightAttachment, XmATTACH_FORM, XmNbottomAttachment, XmATTACH_FORM, XmNtopOffset, 4,
+                          XmNbottomOffset, 4, nullptr);
+  XmStringFree(s);
+  XtManageChild(form);
+  XtPopup(shell, XtGrabNone);
+  return shell;
+}
+
+void OpenAbout(Widget parent) {
+  if (g_about) {  // already open: bring it forward
+    XtPopup(g_about, XtGrabNone);
+    if (XtWindow(g_about)) XRaiseWindow(XtDisplay(g_about), XtWindow(g_about));
+    return;
+  }
+  Widget shell = XtVaCreatePopupShell("QuillAbout", xmDialogShellWidgetClass, parent, XmNtitle, "About Quilla",
+                                      XmNdeleteResponse, XmDESTROY, nullptr);
+  g_about = shell;
+  XtAddCallback(shell, XmNdestroyCallback, AboutDestroyed, nullptr);
+  Widget form = XtVaCreateWidget("form", xmFormWidgetClass, shell, XmNautoUnmanage, False, XmNnoResize, True,
+                                 nullptr);
+
+  int text_left = 10;
+  if (App().icon) {
+    XtVaCreateManagedWidget("labelPixmap", xmLabelWidgetClass, form, XmNlabelType, XmPIXMAP, XmNlabelPixmap,
+                            App().icon, XmNtopAttachment, XmATTACH_FORM, XmNtopOffset, 10, XmNleftAttachment,
+                            XmATTACH_FORM, XmNleftOffset, 10, nullptr);
+    text_left = 90;  // right of a 64-pixel icon
+  }
+  char version[16] = {0};
+  tslVersion(version);
+  const std::string lib = std::string("Libtessel Version ") + version;
+  const char *const lines[8] = {
+      "Quilla for X11/Motif",
+      "Version 1.50",
+      lib.c_str(),
+      "A picture viewer, browser and converter, free software.",
+      "Built on the X Toolkit Intrinsics and the Motif widget set.",
+      "This software is based in part on the work of the Independent JPEG Group.",
+      "PNG support uses libpng, by the PNG Development Group.",
+      "Compression uses zlib, by Jean-loup Gailly and Mark Adler.",
+  };
+  Widget above = nullptr;
+  for (int i = 0; i < 8; ++i) {
+    char name[8];
+    std::snprintf(name, sizeof name, "label%d", i + 1);
+    above = Label(name, form, lines[i], above, text_left);
+  }
+
+  XtTranslations links = XtParseTranslationTable("    <Btn1Down>:        UrlClick() \n");
+  Widget email = Label("labelEmail", form, kMailAddress, above, text_left);
+  Widget url = Label("labelUrl", form, kWebAddress, email, text_left);
+  for (Widget w : {email, url})
+    XtVaSetValues(w, XmNtranslations, links, XtVaTypedArg, XmNforeground, XmRString, "Blue", 5, nullptr);
+
+  Widget sep = XtVaCreateManagedWidget("separator", xmSeparatorWidgetClass, form, XmNtopAttachment, XmATTACH_WIDGET,
+                                       XmNtopWidget, url, XmNtopOffset, 8, XmNleftAttachment, XmATTACH_FORM,
+                                       XmNrightAttachment, XmATTACH_FORM, nullptr);
+  XmString ok = Text("O.K.");
+  Widget button = XtVaCreateManagedWidget(
+      "buttonOk", xmPushButtonWidgetClass, form, XmNlabelString, ok, XmNtopAttachment, XmATTACH_WIDGET,
+      XmNtopWidget, sep, XmNtopOffset, 8, XmNbottomAttachment, XmATTACH_FORM, XmNbottomOffset, 8,
+      XmNleftAttachment, XmATTACH_POSITION, XmNleftPosition, 40, XmNrightAttachment, XmATTACH_POSITION,
+      XmNrightPosition, 60, nullptr);
+  XmStringFree(ok);
+  XtAddCallback(button, XmNactivateCallback, AboutOk, shell);
+  XtVaSetValues(form, XmNdefaultButton, button, nullptr);
+  SetWindowIcon(shell);
+  XtManageChild(form);  // a dialog shell pops up with its child
+}
+
+[[noreturn]] void Quit() {
+  AppState &a = App();
+  if (a.dpy && a.icon) XFreePixmap(a.dpy, a.icon);
+  a.icon = 0;
+  if (a.dpy) FreeAllColourData(a.dpy);
+  FreeToolbarPixmaps();
+  tslExitLibrary();
+  for (Cursor &c : a.cursors)
+    if (a.dpy && c) {
+      XFreeCursor(a.dpy, c);
+      c = 0;
+    }
+  if (a.dpy) XFlush(a.dpy);
+  std::exit(0);
+}
+
+[[noreturn]] void QuitWritingSettings() {
+  SaveSettings();
+  Quit();
+}
+
+}  // namespace quilla
