@@ -33,8 +33,27 @@ void SetProgress(Widget dialog, int percent);
 bool ProgressStopped(Widget dialog);
 void CloseProgress(Widget dialog);
 
-// The busy cursor on a widget's shell.
+// The busy cursor on a widget's shell.  Calls nest: the cursor goes back
+// when every SetBusy(w, true) on that shell has been matched.
 void SetBusy(Widget w, bool busy);
+// How many SetBusy(true) calls on w's shell are unmatched (0: not busy).
+int BusyDepth(Widget w);
+
+// The application's modal yes/no dialog QuillConfirm ("Confirmation") with
+// "O.K." and "Cancel": true for "O.K."; "Cancel", closing it through the
+// window manager or the owner going away count as no.
+bool AskConfirm(Widget owner, const std::string &text);
+
+// For tests and scripted use: the shell of the innermost message box,
+// confirmation dialog and progress dialog now shown, or nullptr.
+Widget ShownMessageBox();
+Widget ShownConfirm();
+Widget ShownProgress();
+// A hook called with the dialog's shell when a message box or confirmation
+// dialog is up and about to wait for its answer, and from the load pump
+// after the progress bar was set.  Returns the previous hook.
+using DialogHook = void (*)(Widget shell);
+DialogHook SetDialogHook(DialogHook hook);
 
 }  // namespace quilla
 
