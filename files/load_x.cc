@@ -328,6 +328,7 @@ void BusyOffShell(Widget shell) {
 
 int CentralLoad(Widget owner, const char *path, int page, TslPicture *pic, const TslFileInfo *info,
                 bool report_errors) {
+  if (!pic) return TSL_ERR_INTERNAL;
   if (!path) path = "";
   if (!owner) owner = App().main_window ? App().main_window : App().shell;
   Progress *p = OpenProgressRecord(owner, "Loading", LoadingLabel(path));
