@@ -19,10 +19,13 @@ int CurrentZoomStep(uint32_t pic_w, uint32_t pic_h, int area_w, int area_h) {
   return 17;
 }
 
-int ZoomFromParameter(const char *param, uint32_t pic_w, uint32_t pic_h, int area_w, int area_h) {
+int ZoomFromParameter(const char *param, uint32_t pic_w, uint32_t pic_h, int area_w, int area_h,
+                      double current_zoom) {
   if (!param) return 100;
   if (param[0] == '+' || param[0] == '-') {
     int step = CurrentZoomStep(pic_w, pic_h, area_w, area_h);
+    for (int i = 0; i < 18; ++i)
+      if (current_zoom == kZoomSteps[i]) step = i;
     step += param[0] == '+' ? -1 : 1;  // the table runs from large to small
     step = std::min(std::max(step, 0), 17);
     return kZoomSteps[step];

@@ -22,7 +22,13 @@ int CurrentZoomStep(uint32_t pic_w, uint32_t pic_h, int area_w, int area_h);
 
 // The zoom command: "+..." one step in, "-..." one step out (clamped at the
 // ends of the table), anything else a percentage read as a number.
-int ZoomFromParameter(const char *param, uint32_t pic_w, uint32_t pic_h, int area_w, int area_h);
+// Stepping starts from the step at which the picture fits the drawing area;
+// when the view already shows one of the table's percentages (the user has
+// zoomed away from the fit), it starts from that one instead, so that
+// repeated steps keep going whatever the window's size.  current_zoom <= 0
+// means "not known".
+int ZoomFromParameter(const char *param, uint32_t pic_w, uint32_t pic_h, int area_w, int area_h,
+                      double current_zoom = 0);
 
 // Fit modes, in the order of the fit menu.
 enum FitMode {

@@ -1,24 +1,1139 @@
-// The view window QuillView (being built: entry points only for now).
+// The view window QuillView: the picture in a drawing area, scrolled and
+// zoomed, the menus or pop-up menu, the tool bar, the information label and
+// the commands that arrive as ViewDoCommand words.
+//
+// The widgets use the screen's default visual; the picture is drawn into a
+// child window of the drawing area created on the visual chosen at start-up
+// (which may be deeper than the default one), with the colour data's
+// colormap.  Events of that window reach the drawing area's handlers through
+// XtRegisterDrawable, and key presses propagate to the drawing area, whose
+// translations hold the key bindings.
 #include "view/view_x.h"
 
-#include <Xm/Xm.h>
+#include <X11/Xatom.h>
+#include <X11/Xutil.h>
+#include <Xm/DrawingA.h>
+#include <Xm/Form.h>
+#include <Xm/Label.h>
+#include <Xm/MainW.h>
+#include <Xm/MwmUtil.h>
+#include <Xm/Protocols.h>
 #include <Xm/RowColumn.h>
+#include <Xm/ScrollBar.h>
+#include <Xm/Xm.h>
 
+#include <algorithm>
+#include <climits>
+#include <cmath>
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "core/app_x.h"
+#include "core/display_x.h"
+#include "core/settings.h"
+#include "files/load_x.h"
+#include "imgproc/operations.h"
+#include "view/render_x.h"
+#include "view/view_menus_x.h"
+#include "view/view_model.h"
 
 namespace quilla {
 
-Widget OpenViewOnFile(Widget, const char *, int) { return nullptr; }
-Widget OpenViewOnList(Widget, FileListEntry *list, int, int) {
-  std::free(list);
+namespace {
+
+const char kTitle[] = "Quilla v1.50";
+
+// Frames of an animation kept in memory at most (bytes); past it frames are
+// decoded again on each pass.
+constexpr size_t kFrameCacheBudget = size_t{256} << 20;
+
+struct ViewRecord {
+  Widget shell = nullptr, main_window = nullptr, menu = nullptr, popup = nullptr, toolbar = nullptr;
+  Widget scroll_h = nullptr, scroll_v = nullptr, drawing_area = nullptr, message_window = nullptr,
+         label_info = nullptr;
+  Widget picker_shell = nullptr, picker_label = nullptr;
+  Window canvas = 0;
+  GC gc = nullptr;
+  ColourData *colours = nullptr;
+  DisplayObject *display = nullptr;
+
+  TslPicture pic{};   // the picture as loaded (or as changed by operations)
+  TslPicture undo{};  // one undo copy (View.UseUndo)
+  bool undo_modified = false;
+  TslPicture mask{};  // transparency mask shown by showMask
+  bool show_mask = false;
+  bool modified = false;
+
+  std::string path;
+  int format = -1;
+  FileListEntry *list = nullptr;
+  int count = 0, pos = 0;
+  int page = 0, pages = 1;
+
+  // Animation: frame delays in ms, the frames decoded so far (frame 0 is pic).
+  std::vector<int> delays;
+  std::vector<TslPicture> frames;
+  size_t frame_bytes = 0;
+  bool animating = false;
+  XtIntervalId timer = 0;
+
+  double zoom = 100.0;
+  int view_w = 0, view_h = 0;  // displayed picture size
+  int scroll_x = 0, scroll_y = 0;
+  bool full_screen = false;
+  Position saved_x = 0, saved_y = 0;
+  Dimension saved_w = 0, saved_h = 0;
+  bool picker = false;
+  int drag_x = -1, drag_y = -1;
+  int min_area_w = 64;        // narrower, the menu bar or tool bar would wrap
+  int busy = 0;               // loads running inside this view's event pumping
+  bool close_pending = false; // a close asked for while busy
+};
+
+std::vector<ViewRecord *> g_views;
+
+bool Alive(const ViewRecord *v) { return std::find(g_views.begin(), g_views.end(), v) != g_views.end(); }
+
+Widget ShellOf(Widget w) {
+  while (w && !XtIsShell(w)) w = XtParent(w);
+  return w;
+}
+
+ViewRecord *FindView(Widget w) {
+  Widget shell = ShellOf(w);
+  for (ViewRecord *v : g_views)
+    if (v->shell == shell || (v->picker_shell && v->picker_shell == shell)) return v;
+  // Menus live in shells of their own below the view's shell.
+  for (Widget p = shell ? XtParent(shell) : nullptr; p; p = XtParent(p))
+    for (ViewRecord *v : g_views)
+      if (v->shell == p) return v;
   return nullptr;
 }
-void ViewDoCommandAction(Widget, XEvent *, String *, Cardinal *) {}
-void ViewKeyScrollAction(Widget, XEvent *, String *, Cardinal *) {}
-void ViewCloseAction(Widget, XEvent *, String *, Cardinal *) {}
-void RunViewCommand(Widget, const char *) {}
-Widget CreateViewMenuBar(Widget parent) { return XmCreateMenuBar(parent, const_cast<char *>("MenuBar"), nullptr, 0); }
-int ViewCount() { return 0; }
-void FreeToolbarPixmaps() {}
+
+const TslPicture *Shown(const ViewRecord *v) {
+  if (v->show_mask && v->mask.pixels) return &v->mask;
+  if (v->page > 0 && v->page < static_cast<int>(v->frames.size()) && v->frames[v->page].pixels)
+    return &v->frames[v->page];
+  return &v->pic;
+}
+
+void FreeFrames(ViewRecord *v) {
+  for (TslPicture &f : v->frames) tslFree(&f);
+  v->frames.clear();
+  v->frame_bytes = 0;
+}
+
+void StopAnimation(ViewRecord *v) {
+  if (v->timer) XtRemoveTimeOut(v->timer);
+  v->timer = 0;
+  v->animating = false;
+}
+
+void AreaSize(const ViewRecord *v, int *w, int *h) {
+  Dimension dw = 0, dh = 0;
+  if (v->drawing_area) XtVaGetValues(v->drawing_area, XmNwidth, &dw, XmNheight, &dh, nullptr);
+  *w = std::max<int>(1, dw);
+  *h = std::max<int>(1, dh);
+}
+
+void Origin(const ViewRecord *v, int *x, int *y) {
+  int aw, ah;
+  AreaSize(v, &aw, &ah);
+  *x = v->view_w < aw ? (aw - v->view_w) / 2 : -v->scroll_x;
+  *y = v->view_h < ah ? (ah - v->view_h) / 2 : -v->scroll_y;
+}
+
+void UpdateLabel(ViewRecord *v) {
+  if (!v->label_info) return;
+  const TslPicture *p = &v->pic;
+  InfoLabel info = InfoFor(*p);
+  if (v->count > 1) {
+    info.list_pos = v->pos + 1;
+    info.list_count = v->count;
+  }
+  info.zoom = static_cast<int>(v->zoom + 0.5);
+  if (v->pages > 1) {
+    info.frame = v->page + 1;
+    info.frames = v->pages;
+  }
+  std::string text = InfoLabelText(info);
+  if (Settings().View.ShowFilename && !v->path.empty()) text = v->path + "  " + text;
+  XmString s = XmStringCreateLocalized(const_cast<char *>(text.c_str()));
+  XtVaSetValues(v->label_info, XmNlabelString, s, nullptr);
+  XmStringFree(s);
+}
+
+void UpdateScrollBars(ViewRecord *v) {
+  int aw, ah;
+  AreaSize(v, &aw, &ah);
+  v->scroll_x = ClampScroll(v->scroll_x, v->view_w, aw);
+  v->scroll_y = ClampScroll(v->scroll_y, v->view_h, ah);
+  auto set = [](Widget sb, int total, int area, int value) {
+    if (!sb) return;
+    const int max = std::max(total, area);
+    const int slider = std::max(1, std::min(area, max));
+    XtVaSetValues(sb, XmNminimum, 0, XmNmaximum, max, XmNsliderSize, slider, XmNvalue, std::min(value, max - slider),
+                  XmNincrement, ScrollStep(area), XmNpageIncrement, std::max(1, area * 9 / 10), nullptr);
+  };
+  set(v->scroll_h, v->view_w, aw, v->scroll_x);
+  set(v->scroll_v, v->view_h, ah, v->scroll_y);
+}
+
+void Redraw(ViewRecord *v) {
+  if (v->canvas) XClearArea(XtDisplay(v->shell), v->canvas, 0, 0, 0, 0, True);
+}
+
+// Picture, zoom or page changed: choose the converter again and redraw.
+void Refresh(ViewRecord *v) {
+  const TslPicture *p = Shown(v);
+  v->view_w = std::max(1, static_cast<int>(p->width * v->zoom / 100.0));
+  v->view_h = std::max(1, static_cast<int>(p->height * v->zoom / 100.0));
+  if (v->display) {
+    SetDisplayZoom(v->display, v->zoom);
+    PrepareDisplay(v->display, p, v->view_w, v->view_h);
+  }
+  UpdateScrollBars(v);
+  UpdateLabel(v);
+  Redraw(v);
+}
+
+// Room a view window may take: the screen less the window's own chrome
+// (menus, tool bar, label, scroll bars) and the window manager's frame.
+void Chrome(const ViewRecord *v, int *cw, int *ch) {
+  *cw = 24;
+  *ch = 110;
+  if (v->shell && XtIsRealized(v->shell)) {
+    Dimension sw, sh;
+    int aw, ah;
+    XtVaGetValues(v->shell, XmNwidth, &sw, XmNheight, &sh, nullptr);
+    AreaSize(v, &aw, &ah);
+    *cw = std::max(0, sw - aw);
+    *ch = std::max(0, sh - ah);
+  }
+}
+
+void ScreenRoom(const ViewRecord *v, int *w, int *h) {
+  Display *dpy = App().dpy;
+  int cw, ch;
+  Chrome(v, &cw, &ch);
+  *w = std::max(64, DisplayWidth(dpy, App().screen) - cw - (v->full_screen ? 0 : 16));
+  *h = std::max(64, DisplayHeight(dpy, App().screen) - ch - (v->full_screen ? 0 : 40));
+}
+
+// Sizes the window so that the drawing area shows w x h pixels.
+void SizeAreaTo(ViewRecord *v, int w, int h) {
+  if (v->full_screen) return;
+  int rw, rh;
+  ScreenRoom(v, &rw, &rh);
+  w = std::min(std::max(w, v->min_area_w), rw);
+  h = std::min(std::max(h, 64), rh);
+  if (!XtIsRealized(v->shell)) {
+    XtVaSetValues(v->drawing_area, XmNwidth, w, XmNheight, h, nullptr);
+    return;
+  }
+  int cw, ch;
+  Chrome(v, &cw, &ch);
+  XtVaSetValues(v->shell, XmNwidth, w + cw, XmNheight, h + ch, nullptr);
+}
+
+void ApplyFit(ViewRecord *v, bool resize_window) {
+  const TslPicture *p = Shown(v);
+  int aw, ah, rw, rh;
+  AreaSize(v, &aw, &ah);
+  ScreenRoom(v, &rw, &rh);
+  FitResult f = ComputeFit(Settings().View.Fit, p->width, p->height, aw, ah, rw, rh);
+  v->zoom = f.zoom;
+  v->scroll_x = v->scroll_y = 0;
+  if (f.resize_window && resize_window) SizeAreaTo(v, f.view_w, f.view_h);
+  Refresh(v);
+}
+
+Widget Owner(const ViewRecord *v) {
+  if (v && v->shell && XtIsRealized(v->shell)) return v->shell;
+  return App().main_window ? App().main_window : App().shell;
+}
+
+void ScheduleFrame(ViewRecord *v);
+
+// Reads the file information and the picture of `path` page `page` into
+// the view.  Nothing changes when the load fails.
+int LoadInto(ViewRecord *v, const char *path, int page, bool report) {
+  TslFileInfo info{};
+  const bool have_info = tslFileInformation(path, -1, page, &info) == 0;
+  TslPicture pic{};
+  ++v->busy;
+  const int code = CentralLoad(Owner(v), path, page, &pic, have_info ? &info : nullptr, report);
+  --v->busy;
+  if (code != 0) {
+    if (have_info) tslFileInformationFree(&info);
+    return code;
+  }
+  StopAnimation(v);
+  FreeFrames(v);
+  tslFree(&v->pic);
+  tslFree(&v->undo);
+  tslFree(&v->mask);
+  v->show_mask = false;
+  v->pic = pic;
+  v->modified = false;
+  v->path = path;
+  v->page = page;
+  v->pages = have_info ? std::max(1, info.pages) : 1;
+  v->format = have_info ? info.format : -1;
+  v->delays.clear();
+  if (have_info && info.delays && info.pages > 1) v->delays.assign(info.delays, info.delays + info.pages);
+  if (have_info) tslFileInformationFree(&info);
+  return 0;
+}
+
+bool IsAnimation(const ViewRecord *v) {
+  if (v->pages < 2 || v->delays.empty() || Settings().View.DisableAnimation) return false;
+  const char *name = tslFormatGetName(v->format);
+  if (!name) return false;
+  if (std::strcmp(name, "gif") == 0 || std::strcmp(name, "webp") == 0) return true;
+  return Settings().View.EnableBmpAnimation && std::strcmp(name, "bmp") == 0;
+}
+
+void AnimationTick(XtPointer client, XtIntervalId *) {
+  auto *v = static_cast<ViewRecord *>(client);
+  v->timer = 0;
+  if (!Alive(v) || !v->animating) return;
+  if (v->busy) {  // a load is pumping events: try again shortly
+    v->timer = XtAppAddTimeOut(App().app, 50, AnimationTick, v);
+    return;
+  }
+  const int next = (v->page + 1) % v->pages;
+  if (v->frames.size() < static_cast<size_t>(v->pages)) v->frames.resize(v->pages);
+  if (next > 0 && !v->frames[next].pixels) {
+    TslParams params;
+    tslDefaultParams(&params);
+    params.format = v->format;
+    params.page = next;
+    TslPicture frame{};
+    if (tslLoad(v->path.c_str(), &frame, &params) != 0) {
+      StopAnimation(v);
+      return;
+    }
+    const size_t bytes = static_cast<size_t>(frame.bytes_per_line) * frame.height;
+    // Past the budget only the frame on screen is kept.
+    if (v->frame_bytes + bytes > kFrameCacheBudget) {
+      for (size_t i = 1; i < v->frames.size(); ++i)
+        if (static_cast<int>(i) != v->page) tslFree(&v->frames[i]);
+      v->frame_bytes = 0;
+      if (v->page > 0) v->frame_bytes = static_cast<size_t>(v->frames[v->page].bytes_per_line) * v->frames[v->page].height;
+    }
+    v->frames[next] = frame;
+    v->frame_bytes += bytes;
+  }
+  const int previous = v->page;
+  v->page = next;
+  if (v->frame_bytes > kFrameCacheBudget && previous > 0 && previous != next) {
+    v->frame_bytes -= static_cast<size_t>(v->frames[previous].bytes_per_line) * v->frames[previous].height;
+    tslFree(&v->frames[previous]);
+  }
+  Refresh(v);
+  ScheduleFrame(v);
+}
+
+void ScheduleFrame(ViewRecord *v) {
+  if (!v->animating) return;
+  int delay = v->page < static_cast<int>(v->delays.size()) ? v->delays[v->page] : 100;
+  // Browsers treat delays under 20 ms as 100 ms; so do we.
+  if (delay < 20) delay = 100;
+  v->timer = XtAppAddTimeOut(App().app, static_cast<unsigned long>(delay), AnimationTick, v);
+}
+
+void StartAnimationIfAny(ViewRecord *v) {
+  if (!IsAnimation(v) || !v->shell) return;
+  v->animating = true;
+  ScheduleFrame(v);
+}
+
+// After a new picture: fit (or keep the zoom), redraw, animate.
+void PictureChanged(ViewRecord *v, bool first) {
+  if (v->display) {
+    ReleaseDisplayObject(v->display);
+    v->display = nullptr;
+  }
+  if (v->colours && App().own_colormap) {
+    // A private colormap holds the picture's own colours: take new ones.
+    ReleaseColourData(App().dpy, v->colours);
+    v->colours = GetColourData(App().dpy, App().screen, &v->pic, true);
+    if (v->canvas) XSetWindowColormap(App().dpy, v->canvas, v->colours->colormap);
+  }
+  if (v->colours) v->display = MakeDisplayObject(App().dpy, CurrentVisual().info.depth, v->colours);
+  if (first || !Settings().View.KeepZoomFactor)
+    ApplyFit(v, true);
+  else
+    Refresh(v);
+  StartAnimationIfAny(v);
+}
+
+// ---- picture operations (flips and rotations) -----------------------------
+
+void KeepUndo(ViewRecord *v) {
+  if (!Settings().View.UseUndo) return;
+  tslFree(&v->undo);
+  if (tslCopyPicture(&v->undo, &v->pic) == 0) v->undo_modified = v->modified;
+}
+
+// The view's picture-operation routine with its internal codes.
+void RunOperation(ViewRecord *v, int code) {
+  if (!v->pic.pixels) return;
+  // An animation stops on the frame shown; that frame becomes the picture.
+  if (v->animating || v->page >= 1) {
+    StopAnimation(v);
+    if (v->page > 0 && v->page < static_cast<int>(v->frames.size()) && v->frames[v->page].pixels) {
+      tslFree(&v->pic);
+      v->pic = v->frames[v->page];
+      v->frames[v->page] = TslPicture{};
+    }
+  }
+  tslFree(&v->mask);
+  v->show_mask = false;
+  KeepUndo(v);
+  SetBusy(v->shell, true);
+  OpParams params;
+  int status = kOpDone;
+  switch (code) {
+    case kOpFlipVertical: status = OpFlipVertical(&v->pic, nullptr, nullptr, params); break;
+    case kOpFlipHorizontal: status = OpFlipHorizontal(&v->pic, nullptr, nullptr, params); break;
+    case kOpRotateLeft: params.i[0] = 90; status = OpRotate(&v->pic, nullptr, nullptr, params); break;
+    case kOpRotateRight: params.i[0] = 270; status = OpRotate(&v->pic, nullptr, nullptr, params); break;
+    default: break;
+  }
+  SetBusy(v->shell, false);
+  if (status != kOpDone) {
+    ShowMessage(v->shell, status == kOpNoMemory ? "Not enough memory" : "Operation failed");
+    return;
+  }
+  v->modified = true;
+  if (code == kOpRotateLeft || code == kOpRotateRight) {
+    if (Settings().View.KeepZoomFactor)
+      Refresh(v);
+    else
+      ApplyFit(v, true);
+  } else {
+    Refresh(v);
+  }
+}
+
+// The mask of a picture with transparency: white where opaque, black where
+// transparent, grey levels for partial alpha.
+bool BuildMask(const TslPicture &pic, TslPicture *mask) {
+  const int m = pic.color_model;
+  const bool alpha = m == TSL_RGBA || m == TSL_BGRA || m == TSL_ARGB || m == TSL_ABGR;
+  const bool keyed = pic.transparent_index >= 0 && (m == TSL_INDEXED || m == TSL_GREY);
+  if (!alpha && !keyed) return false;
+  if (tslAllock(mask, TSL_GREY, 0, pic.width, pic.height) != 0) return false;
+  mask->colors = 256;
+  const int a_off = (m == TSL_ARGB || m == TSL_ABGR) ? 0 : 3;
+  for (uint32_t y = 0; y < pic.height; ++y) {
+    const uint8_t *s = pic.pixels + static_cast<size_t>(y) * pic.bytes_per_line;
+    uint8_t *d = mask->pixels + static_cast<size_t>(y) * mask->bytes_per_line;
+    for (uint32_t x = 0; x < pic.width; ++x)
+      d[x] = alpha ? s[x * 4 + a_off] : (s[x] == pic.transparent_index ? 0 : 255);
+  }
+  return true;
+}
+
+// ---- full screen --------------------------------------------------------------
+
+void SetDecorations(ViewRecord *v, bool on) {
+  XtVaSetValues(v->shell, XmNmwmDecorations, on ? -1 : 0, nullptr);
+  if (XtIsRealized(v->shell)) {
+    // The window manager reads the hints again when the window is remapped.
+    Display *dpy = XtDisplay(v->shell);
+    Atom hints = XInternAtom(dpy, "_MOTIF_WM_HINTS", False);
+    long data[5] = {MWM_HINTS_DECORATIONS, 0, on ? MWM_DECOR_ALL : 0, 0, 0};
+    XChangeProperty(dpy, XtWindow(v->shell), hints, hints, 32, PropModeReplace,
+                    reinterpret_cast<unsigned char *>(data), 5);
+  }
+}
+
+void ToggleFullScreen(ViewRecord *v) {
+  Display *dpy = XtDisplay(v->shell);
+  if (!v->full_screen) {
+    XtVaGetValues(v->shell, XmNx, &v->saved_x, XmNy, &v->saved_y, XmNwidth, &v->saved_w, XmNheight, &v->saved_h,
+                  nullptr);
+    v->full_screen = true;
+    SetDecorations(v, false);
+    XtVaSetValues(v->shell, XmNx, 0, XmNy, 0, XmNwidth, DisplayWidth(dpy, App().screen), XmNheight,
+                  DisplayHeight(dpy, App().screen), nullptr);
+  } else {
+    v->full_screen = false;
+    SetDecorations(v, true);
+    XtVaSetValues(v->shell, XmNx, v->saved_x, XmNy, v->saved_y, XmNwidth, v->saved_w, XmNheight, v->saved_h,
+                  nullptr);
+  }
+}
+
+// ---- colour information ------------------------------------------------------
+
+void ShowPicker(ViewRecord *v, int wx, int wy, int root_x, int root_y) {
+  const TslPicture *p = Shown(v);
+  int ox, oy;
+  Origin(v, &ox, &oy);
+  const int px = static_cast<int>(std::floor((wx - ox) * 100.0 / v->zoom));
+  const int py = static_cast<int>(std::floor((wy - oy) * 100.0 / v->zoom));
+  std::string text = ColorPickerText(*p, px, py);
+  if (text.empty()) {
+    if (v->picker_shell) XtPopdown(v->picker_shell);
+    return;
+  }
+  if (!v->picker_shell) {
+    v->picker_shell = XtVaCreatePopupShell("ColorPicker", overrideShellWidgetClass, v->shell, XmNborderWidth, 1,
+                                           nullptr);
+    v->picker_label = XtVaCreateManagedWidget("ColorPickerText", xmLabelWidgetClass, v->picker_shell, XmNalignment,
+                                              XmALIGNMENT_BEGINNING, nullptr);
+  }
+  XmString s = XmStringGenerate(const_cast<char *>(text.c_str()), nullptr, XmCHARSET_TEXT, nullptr);
+  XtVaSetValues(v->picker_label, XmNlabelString, s, nullptr);
+  XmStringFree(s);
+  XtVaSetValues(v->picker_shell, XmNx, root_x + 16, XmNy, root_y + 16, nullptr);
+  XtPopup(v->picker_shell, XtGrabNone);
+}
+
+void HidePicker(ViewRecord *v) {
+  if (v->picker_shell) XtPopdown(v->picker_shell);
+}
+
+// ---- list and pages ------------------------------------------------------------
+
+void GoToFile(ViewRecord *v, int pos) {
+  if (!v->list || v->count < 2) return;
+  pos = std::min(std::max(pos, 0), v->count - 1);
+  if (pos == v->pos) {
+    XBell(XtDisplay(v->shell), 0);
+    return;
+  }
+  if (LoadInto(v, v->list[pos].path, 0, true) != 0) {
+    if (!Alive(v)) return;
+    // The failed file keeps its place; the position moves on so that the
+    // next step goes past it.
+    v->pos = pos;
+    UpdateLabel(v);
+    return;
+  }
+  if (!Alive(v)) return;
+  v->pos = pos;
+  PictureChanged(v, false);
+}
+
+void GoToPage(ViewRecord *v, int page) {
+  if (v->pages < 2) return;
+  page = std::min(std::max(page, 0), v->pages - 1);
+  if (page == v->page && !v->animating) {
+    XBell(XtDisplay(v->shell), 0);
+    return;
+  }
+  StopAnimation(v);
+  const std::string path = v->path;
+  const int pages = v->pages;
+  if (LoadInto(v, path.c_str(), page, true) != 0 || !Alive(v)) return;
+  v->pages = pages;
+  // Stepping through the frames by hand: the animation stays stopped.
+  Refresh(v);
+}
+
+void DestroyView(ViewRecord *v);
+
+bool AnyOtherWindow() {
+  if (!App().shell) return false;
+  static const char *const kNames[] = {"QuillInit", "Browser", "QuillSlide"};
+  for (const char *n : kNames) {
+    Widget w = XtNameToWidget(App().shell, n);
+    if (w && XtIsRealized(w)) return true;
+  }
+  return false;
+}
+
+bool SaveInPlace(ViewRecord *v) {
+  TslParams params;
+  tslDefaultParams(&params);
+  params.format = v->format >= 0 ? v->format : tslFormatFromExtension(v->path.c_str());
+  params.flags |= TSL_FLAG_SAVE;
+  params.quality = Settings().Save.JpegQuality ? Settings().Save.JpegQuality : 100;
+  if (params.format < 0 || !tslFormatIsWritable(params.format)) {
+    ShowLoadError(v->shell, v->path.c_str(), TSL_ERR_CANT_SAVE, nullptr);
+    return false;
+  }
+  SetBusy(v->shell, true);
+  const int code = tslSave(v->path.c_str(), &v->pic, &params);
+  SetBusy(v->shell, false);
+  if (code != 0) {
+    ShowLoadError(v->shell, v->path.c_str(), code, nullptr);
+    return false;
+  }
+  v->modified = false;
+  return true;
+}
+
+void CloseView(ViewRecord *v) {
+  if (v->busy) {
+    v->close_pending = true;
+    return;
+  }
+  if (v->modified) {
+    char text[4096 + 64];
+    std::snprintf(text, sizeof text, "Do you want to save changes to \n  '%s' ?", v->path.c_str());
+    ++v->busy;
+    const bool save = AskConfirm(v->shell, text);
+    --v->busy;
+    if (!Alive(v)) return;
+    if (save && !SaveInPlace(v)) return;  // keep the window when the save failed
+  }
+  DestroyView(v);
+  if (g_views.empty() && !AnyOtherWindow()) QuitWritingSettings();
+}
+
+void DoCommand(ViewRecord *v, const char *word);
+
+// ---- event handlers ------------------------------------------------------------
+
+void CanvasEvent(Widget, XtPointer client, XEvent *ev, Boolean *) {
+  auto *v = static_cast<ViewRecord *>(client);
+  if (ev->xany.window != v->canvas) return;
+  switch (ev->type) {
+    case Expose: {
+      if (!v->display || !v->gc) break;
+      int ox, oy;
+      Origin(v, &ox, &oy);
+      DrawExposedArea(v->canvas, v->gc, v->display, ox, oy, ev->xexpose.x, ev->xexpose.y, ev->xexpose.width,
+                      ev->xexpose.height);
+      break;
+    }
+    case MotionNotify:
+      if (v->picker) ShowPicker(v, ev->xmotion.x, ev->xmotion.y, ev->xmotion.x_root, ev->xmotion.y_root);
+      if ((ev->xmotion.state & Button1Mask) && v->drag_x >= 0) {
+        v->scroll_x += v->drag_x - ev->xmotion.x;
+        v->scroll_y += v->drag_y - ev->xmotion.y;
+        v->drag_x = ev->xmotion.x;
+        v->drag_y = ev->xmotion.y;
+        UpdateScrollBars(v);
+        Redraw(v);
+      }
+      break;
+    case LeaveNotify:
+      HidePicker(v);
+      break;
+    case ButtonPress: {
+      const unsigned b = ev->xbutton.button;
+      XmProcessTraversal(v->drawing_area, XmTRAVERSE_CURRENT);
+      if (b == Button3 && v->popup) {
+        XmMenuPosition(v->popup, &ev->xbutton);
+        XtManageChild(v->popup);
+      } else if (b == Button1 && Settings().View.MouseNavigation) {
+        DoCommand(v, "next");
+      } else if (b == Button2 && Settings().View.MouseNavigation) {
+        DoCommand(v, "prev");
+      } else if (b == Button1) {
+        v->drag_x = ev->xbutton.x;
+        v->drag_y = ev->xbutton.y;
+      } else if (b == Button4 || b == Button5) {
+        int aw, ah;
+        AreaSize(v, &aw, &ah);
+        v->scroll_y += (b == Button4 ? -1 : 1) * ScrollStep(ah);
+        UpdateScrollBars(v);
+        Redraw(v);
+      }
+      break;
+    }
+    case ButtonRelease:
+      v->drag_x = v->drag_y = -1;
+      break;
+    default:
+      break;
+  }
+}
+
+void AreaResized(Widget, XtPointer client, XtPointer) {
+  auto *v = static_cast<ViewRecord *>(client);
+  if (!v->canvas) return;
+  int aw, ah;
+  AreaSize(v, &aw, &ah);
+  XResizeWindow(XtDisplay(v->shell), v->canvas, aw, ah);
+  UpdateScrollBars(v);
+  Redraw(v);
+}
+
+void Scrolled(Widget w, XtPointer client, XtPointer call) {
+  auto *v = static_cast<ViewRecord *>(client);
+  auto *cb = static_cast<XmScrollBarCallbackStruct *>(call);
+  if (w == v->scroll_h)
+    v->scroll_x = cb->value;
+  else
+    v->scroll_y = cb->value;
+  Redraw(v);
+}
+
+void WmDelete(Widget, XtPointer client, XtPointer) {
+  auto *v = static_cast<ViewRecord *>(client);
+  if (Alive(v)) CloseView(v);
+}
+
+// Key bindings of the drawing area.  Xt takes the first line that matches,
+// so the lines with more modifiers come first.
+const char kViewTranslations[] =
+    "Ctrl Shift ~Alt<Key>s: ViewDoCommand(statusBar)\n"
+    "Ctrl Shift ~Alt<Key>S: ViewDoCommand(statusBar)\n"
+    "Ctrl Shift ~Alt<Key>t: ViewDoCommand(toolBar)\n"
+    "Ctrl Shift ~Alt<Key>T: ViewDoCommand(toolBar)\n"
+    "Ctrl Shift ~Alt<Key>i: ViewDoCommand(colorInformation)\n"
+    "Ctrl Shift ~Alt<Key>I: ViewDoCommand(colorInformation)\n"
+    "Ctrl ~Shift ~Alt<Key>o: ViewDoCommand(open)\n"
+    "Ctrl ~Shift ~Alt<Key>h: ViewDoCommand(viewHexa)\n"
+    "Ctrl ~Shift ~Alt<Key>b: ViewDoCommand(browseFiles)\n"
+    "Ctrl ~Shift ~Alt<Key>r: ViewDoCommand(reopenFiles)\n"
+    "Ctrl ~Shift ~Alt<Key>w: ViewDoCommand(close)\n"
+    "Ctrl ~Shift ~Alt<Key>s: ViewDoCommand(saveFiles)\n"
+    "Ctrl ~Shift ~Alt<Key>l: ViewDoCommand(slideShow)\n"
+    "Ctrl ~Shift ~Alt<Key>n: ViewDoCommand(sequenceConvert)\n"
+    "Ctrl ~Shift ~Alt<Key>u: ViewDoCommand(multiConvert)\n"
+    "Ctrl ~Shift ~Alt<Key>q: ViewDoCommand(quit)\n"
+    "Ctrl ~Shift ~Alt<Key>z: ViewDoCommand(undo)\n"
+    "Ctrl ~Shift ~Alt<Key>y: ViewDoCommand(crop)\n"
+    "Ctrl ~Shift ~Alt<Key>d: ViewDoCommand(describe)\n"
+    "Ctrl ~Shift ~Alt<Key>e: ViewDoCommand(properties)\n"
+    "Ctrl ~Shift ~Alt<Key>a: ViewDoCommand(adaptiveSize)\n"
+    "Ctrl ~Shift ~Alt<Key>t: ViewDoCommand(fitImage)\n"
+    "Ctrl ~Shift ~Alt<Key>f: ViewDoCommand(fullScreen)\n"
+    "Shift ~Ctrl ~Alt<Key>s: ViewDoCommand(resize)\n"
+    "Shift ~Ctrl ~Alt<Key>S: ViewDoCommand(resize)\n"
+    "Shift ~Ctrl ~Alt<Key>l: ViewDoCommand(rotateLeft)\n"
+    "Shift ~Ctrl ~Alt<Key>L: ViewDoCommand(rotateLeft)\n"
+    "Shift ~Ctrl ~Alt<Key>r: ViewDoCommand(rotateRight)\n"
+    "Shift ~Ctrl ~Alt<Key>R: ViewDoCommand(rotateRight)\n"
+    "Shift ~Ctrl ~Alt<Key>v: ViewDoCommand(flipVertical)\n"
+    "Shift ~Ctrl ~Alt<Key>V: ViewDoCommand(flipVertical)\n"
+    "Shift ~Ctrl ~Alt<Key>h: ViewDoCommand(flipHorizontal)\n"
+    "Shift ~Ctrl ~Alt<Key>H: ViewDoCommand(flipHorizontal)\n"
+    "Shift ~Ctrl ~Alt<Key>osfBeginLine: ViewDoCommand(pageFirst)\n"
+    "Shift ~Ctrl ~Alt<Key>osfPageDown: ViewDoCommand(pageNext)\n"
+    "Shift ~Ctrl ~Alt<Key>osfPageUp: ViewDoCommand(pagePrev)\n"
+    "Shift ~Ctrl ~Alt<Key>osfEndLine: ViewDoCommand(pageLast)\n"
+    "~Shift ~Ctrl ~Alt<Key>osfBeginLine: ViewDoCommand(first)\n"
+    "~Shift ~Ctrl ~Alt<Key>osfPageDown: ViewDoCommand(next)\n"
+    "~Shift ~Ctrl ~Alt<Key>osfPageUp: ViewDoCommand(prev)\n"
+    "~Shift ~Ctrl ~Alt<Key>osfEndLine: ViewDoCommand(last)\n"
+    "~Shift ~Ctrl ~Alt<Key>space: ViewDoCommand(next)\n"
+    "Meta<Key>minus: ViewDoCommand(zoom-)\n"
+    "Meta<Key>plus: ViewDoCommand(zoom+)\n"
+    "Meta<Key>asterisk: ViewDoCommand(zoom100)\n"
+    "<Key>minus: ViewDoCommand(zoom-)\n"
+    "<Key>plus: ViewDoCommand(zoom+)\n"
+    "<Key>asterisk: ViewDoCommand(zoom100)\n"
+    "<Key>KP_Subtract: ViewDoCommand(zoom-)\n"
+    "<Key>KP_Add: ViewDoCommand(zoom+)\n"
+    "<Key>KP_Multiply: ViewDoCommand(zoom100)\n"
+    "Alt ~Ctrl ~Shift<Key>c: ViewDoCommand(copyTo)\n"
+    "Alt ~Ctrl ~Shift<Key>m: ViewDoCommand(moveTo)\n"
+    "~Ctrl ~Alt<Key>m: ViewDoCommand(showMask)\n"
+    "~Ctrl ~Alt<Key>M: ViewDoCommand(showMask)\n"
+    "<Key>F2: ViewDoCommand(rename)\n"
+    "~Shift ~Ctrl ~Alt<Key>osfDelete: ViewDoCommand(delete)\n"
+    "~Shift ~Ctrl ~Alt<Key>Delete: ViewDoCommand(delete)\n"
+    "<Key>osfRight: ViewKeyScroll(0)\n"
+    "<Key>osfLeft: ViewKeyScroll(1)\n"
+    "<Key>osfUp: ViewKeyScroll(2)\n"
+    "<Key>osfDown: ViewKeyScroll(3)\n"
+    "<Key>osfCancel: ViewClose()\n";
+
+// ---- creation and destruction ----------------------------------------------------
+
+bool CreateWindow(ViewRecord *v, Widget parent) {
+  Display *dpy = App().dpy;
+  v->shell = XtVaCreatePopupShell("QuillView", topLevelShellWidgetClass, parent ? parent : App().shell, XmNtitle,
+                                  kTitle, XmNiconName, kTitle, XmNdeleteResponse, XmDO_NOTHING, nullptr);
+  Atom wm_delete = XmInternAtom(dpy, const_cast<char *>("WM_DELETE_WINDOW"), False);
+  XmAddWMProtocolCallback(v->shell, wm_delete, WmDelete, v);
+  SetWindowIcon(v->shell);
+
+  v->main_window = XtVaCreateManagedWidget("mainWindow", xmMainWindowWidgetClass, v->shell, XmNscrollingPolicy,
+                                           XmAPPLICATION_DEFINED, XmNshowSeparator, False, nullptr);
+  v->drawing_area = XtVaCreateManagedWidget("drawingArea", xmDrawingAreaWidgetClass, v->main_window,
+                                            XmNtraversalOn, True, XmNmarginWidth, 0, XmNmarginHeight, 0,
+                                            XmNresizePolicy, XmRESIZE_NONE, nullptr);
+  const bool popup = App().menu_bar_mode == 0 || Settings().View.UsePopupInView;
+  if (popup)
+    v->popup = CreateViewPopupMenu(v->drawing_area);
+  else
+    v->menu = CreateViewMenuBar(v->main_window);
+  v->toolbar = CreateViewToolBar(v->main_window);
+  if (Settings().View.ToolBar) XtManageChild(v->toolbar);
+  v->scroll_h = XtVaCreateManagedWidget("scrollBarH", xmScrollBarWidgetClass, v->main_window, XmNorientation,
+                                        XmHORIZONTAL, nullptr);
+  v->scroll_v = XtVaCreateManagedWidget("scrollBarV", xmScrollBarWidgetClass, v->main_window, XmNorientation,
+                                        XmVERTICAL, nullptr);
+  v->message_window = XtVaCreateWidget("messageWindow", xmFormWidgetClass, v->main_window, nullptr);
+  v->label_info = XtVaCreateManagedWidget("labelInfo", xmLabelWidgetClass, v->message_window, XmNalignment,
+                                          XmALIGNMENT_BEGINNING, XmNleftAttachment, XmATTACH_FORM,
+                                          XmNrightAttachment, XmATTACH_FORM, XmNtopAttachment, XmATTACH_FORM,
+                                          XmNbottomAttachment, XmATTACH_FORM, nullptr);
+  if (Settings().View.StatusBar) XtManageChild(v->message_window);
+  XmMainWindowSetAreas(v->main_window, v->menu, v->toolbar, v->scroll_h, v->scroll_v, v->drawing_area);
+  XtVaSetValues(v->main_window, XmNmessageWindow, v->message_window, nullptr);
+  for (Widget sb : {v->scroll_h, v->scroll_v}) {
+    XtAddCallback(sb, XmNvalueChangedCallback, Scrolled, v);
+    XtAddCallback(sb, XmNdragCallback, Scrolled, v);
+  }
+  XtAddCallback(v->drawing_area, XmNresizeCallback, AreaResized, v);
+  XtOverrideTranslations(v->drawing_area, XtParseTranslationTable(kViewTranslations));
+  // A picture narrower than the tool bar or menu bar gets a window as wide
+  // as they are, with the picture centred, rather than wrapped bars.
+  for (Widget bar : {v->toolbar, v->menu}) {
+    XtWidgetGeometry pref;
+    if (bar && XtIsManaged(bar) && XtQueryGeometry(bar, nullptr, &pref) != XtGeometryNo)
+      v->min_area_w = std::max<int>(v->min_area_w, pref.width - 20);
+  }
+
+  // The first size: the fit decides; before the window exists the chrome is
+  // estimated.
+  const TslPicture *p = &v->pic;
+  int rw, rh;
+  ScreenRoom(v, &rw, &rh);
+  FitResult f = ComputeFit(Settings().View.Fit, p->width, p->height, rw, rh, rw, rh);
+  if (Settings().View.Fit == kNoFit) f.view_w = std::min(static_cast<int>(p->width), rw), f.view_h = std::min(static_cast<int>(p->height), rh);
+  SizeAreaTo(v, f.view_w, f.view_h);
+
+  XtRealizeWidget(v->shell);
+  {
+    // The main window may have given the drawing area less than asked for:
+    // now that the chrome is known, size the window again.
+    int aw, ah;
+    AreaSize(v, &aw, &ah);
+    if (aw != f.view_w || ah != f.view_h) SizeAreaTo(v, f.view_w, f.view_h);
+  }
+
+  // The picture window on the chosen visual.
+  v->colours = GetColourData(dpy, App().screen, &v->pic, App().own_colormap);
+  if (!v->colours) return false;
+  int aw, ah;
+  AreaSize(v, &aw, &ah);
+  XColor bg;
+  bg.red = 0x90 * 257, bg.green = 0xab * 257, bg.blue = 0xb1 * 257, bg.flags = DoRed | DoGreen | DoBlue;
+  if (!XAllocColor(dpy, v->colours->colormap, &bg)) bg.pixel = v->colours->black;
+  XSetWindowAttributes attr;
+  attr.colormap = v->colours->colormap;
+  attr.background_pixel = bg.pixel;
+  attr.border_pixel = 0;
+  attr.event_mask = ExposureMask | PointerMotionMask | ButtonPressMask | ButtonReleaseMask | LeaveWindowMask;
+  const VisualDesc &vd = CurrentVisual();
+  v->canvas = XCreateWindow(dpy, XtWindow(v->drawing_area), 0, 0, aw, ah, 0, vd.info.depth, InputOutput,
+                            CurrentXVisual(), CWColormap | CWBackPixel | CWBorderPixel | CWEventMask, &attr);
+  XtRegisterDrawable(dpy, v->canvas, v->drawing_area);
+  XtAddEventHandler(v->drawing_area,
+                    ExposureMask | PointerMotionMask | ButtonPressMask | ButtonReleaseMask | LeaveWindowMask, False,
+                    CanvasEvent, v);
+  Window cmap_windows[2] = {v->canvas, XtWindow(v->shell)};
+  XSetWMColormapWindows(dpy, XtWindow(v->shell), cmap_windows, 2);
+  XMapWindow(dpy, v->canvas);
+  v->gc = XCreateGC(dpy, v->canvas, 0, nullptr);
+  v->display = MakeDisplayObject(dpy, vd.info.depth, v->colours);
+
+  if (App().full_screen) ToggleFullScreen(v);
+  XtPopup(v->shell, XtGrabNone);
+  XmProcessTraversal(v->drawing_area, XmTRAVERSE_CURRENT);
+  return true;
+}
+
+void FreeRecord(ViewRecord *v) {
+  StopAnimation(v);
+  FreeFrames(v);
+  tslFree(&v->pic);
+  tslFree(&v->undo);
+  tslFree(&v->mask);
+  std::free(v->list);
+  delete v;
+}
+
+void DestroyView(ViewRecord *v) {
+  auto it = std::find(g_views.begin(), g_views.end(), v);
+  if (it == g_views.end()) {
+    std::fprintf(stderr, "Error DelView: Wid not find\n");
+    return;
+  }
+  g_views.erase(it);
+  Display *dpy = App().dpy;
+  if (v->display) ReleaseDisplayObject(v->display);
+  v->display = nullptr;
+  if (v->gc) XFreeGC(dpy, v->gc);
+  if (v->canvas) {
+    XtUnregisterDrawable(dpy, v->canvas);
+    XDestroyWindow(dpy, v->canvas);
+  }
+  if (v->colours) ReleaseColourData(dpy, v->colours);
+  if (v->shell) XtDestroyWidget(v->shell);
+  if (App().main_window == v->shell) App().main_window = nullptr;
+  FreeRecord(v);
+}
+
+// Opens a view whose record already holds the list; the first file of the
+// list from `pos` on that loads is shown.
+Widget OpenView(Widget parent, ViewRecord *v, int page) {
+  // One view only: the existing view takes the new file or list.
+  if (Settings().View.OnlyOneView && !g_views.empty()) {
+    ViewRecord *old = g_views.front();
+    std::free(old->list);
+    old->list = v->list;
+    old->count = v->count;
+    old->pos = 0;
+    v->list = nullptr;
+    const std::string path = v->path;
+    delete v;
+    const char *first = old->list ? old->list[0].path : path.c_str();
+    if (LoadInto(old, first, page, true) == 0 && Alive(old)) PictureChanged(old, false);
+    if (Alive(old)) XRaiseWindow(XtDisplay(old->shell), XtWindow(old->shell));
+    return Alive(old) ? old->shell : nullptr;
+  }
+  g_views.push_back(v);
+  int code = -1;
+  if (v->list) {
+    for (int i = 0; i < v->count && Alive(v); ++i) {
+      code = LoadInto(v, v->list[i].path, page, true);
+      if (code == 0) {
+        v->pos = i;
+        break;
+      }
+    }
+  } else {
+    code = LoadInto(v, v->path.c_str(), page, true);
+  }
+  if (!Alive(v)) return nullptr;
+  if (code != 0 || !CreateWindow(v, parent)) {
+    g_views.erase(std::find(g_views.begin(), g_views.end(), v));
+    if (v->shell) XtDestroyWidget(v->shell);
+    if (v->colours) ReleaseColourData(App().dpy, v->colours);
+    FreeRecord(v);
+    return nullptr;
+  }
+  if (!App().main_window) App().main_window = v->shell;
+  PictureChanged(v, true);
+  if (v->close_pending) {
+    v->close_pending = false;
+    Widget shell = v->shell;
+    CloseView(v);
+    return Alive(v) ? shell : nullptr;
+  }
+  return v->shell;
+}
+
+void ResolvePath(const char *in, char *out) {
+  char buf[PATH_MAX];
+  if (realpath(in, buf))
+    std::snprintf(out, 4096, "%s", buf);
+  else
+    std::snprintf(out, 4096, "%s", in);
+}
+
+// ---- the commands -----------------------------------------------------------------
+
+void Bell() {
+  if (App().dpy) XBell(App().dpy, 0);
+}
+
+void DoCommand(ViewRecord *v, const char *word) {
+  const int index = ViewCommandIndex(word);
+  if (std::strcmp(word, "stopAnim") == 0) {
+    if (v) StopAnimation(v);
+    return;
+  }
+  if (index < 0) return;
+  const std::string w = word;
+  if (w == "quit") QuitWritingSettings();
+  if (!v) return;  // the start window runs only what needs no picture
+  if (v->busy) return;  // a load is pumping events for this view
+  if (w == "reopenFiles") {
+    const std::string path = v->path;
+    if (LoadInto(v, path.c_str(), v->page, true) == 0 && Alive(v)) PictureChanged(v, false);
+  } else if (w == "close") {
+    CloseView(v);
+  } else if (w == "undo") {
+    if (!v->undo.pixels) return Bell();
+    StopAnimation(v);
+    std::swap(v->pic, v->undo);
+    std::swap(v->modified, v->undo_modified);
+    tslFree(&v->mask);
+    v->show_mask = false;
+    if (v->page > 0 && v->page < static_cast<int>(v->frames.size())) tslFree(&v->frames[v->page]);
+    Refresh(v);
+  } else if (w == "adaptiveSize") {
+    SizeAreaTo(v, v->view_w, v->view_h);
+  } else if (w == "fitImage") {
+    ApplyFit(v, true);
+  } else if (w == "fullScreen") {
+    ToggleFullScreen(v);
+  } else if (w == "statusBar") {
+    Settings().View.StatusBar = !Settings().View.StatusBar;
+    if (Settings().View.StatusBar)
+      XtManageChild(v->message_window);
+    else
+      XtUnmanageChild(v->message_window);
+  } else if (w == "toolBar") {
+    Settings().View.ToolBar = !Settings().View.ToolBar;
+    if (Settings().View.ToolBar)
+      XtManageChild(v->toolbar);
+    else
+      XtUnmanageChild(v->toolbar);
+  } else if (w == "colorInformation") {
+    v->picker = !v->picker;
+    if (!v->picker) HidePicker(v);
+  } else if (w == "zoom+" || w == "zoom-" || w == "zoom100") {
+    const char *param = w == "zoom+" ? "+1" : w == "zoom-" ? "-1" : "100";
+    const TslPicture *p = Shown(v);
+    int aw, ah;
+    AreaSize(v, &aw, &ah);
+    const int percent = ZoomFromParameter(param, p->width, p->height, aw, ah, v->zoom);
+    // Keep the centre of what is on screen in the centre.
+    const double cx = (v->scroll_x + std::min(aw, v->view_w) / 2.0) / v->zoom;
+    const double cy = (v->scroll_y + std::min(ah, v->view_h) / 2.0) / v->zoom;
+    v->zoom = percent;
+    v->scroll_x = static_cast<int>(cx * percent - aw / 2.0);
+    v->scroll_y = static_cast<int>(cy * percent - ah / 2.0);
+    Refresh(v);
+  } else if (w == "showMask") {
+    if (!v->show_mask) {
+      if (!v->mask.pixels && !BuildMask(*Shown(v), &v->mask)) return Bell();
+      StopAnimation(v);
+      v->show_mask = true;
+    } else {
+      v->show_mask = false;
+      tslFree(&v->mask);
+      StartAnimationIfAny(v);
+    }
+    Refresh(v);
+  } else if (w == "first" || w == "last" || w == "next" || w == "prev") {
+    if (!v->list || v->count < 2) return Bell();
+    const int pos = w == "first" ? 0 : w == "last" ? v->count - 1 : w == "next" ? v->pos + 1 : v->pos - 1;
+    if (pos < 0 || pos >= v->count) return Bell();
+    GoToFile(v, pos);
+  } else if (w == "pageFirst" || w == "pageLast" || w == "pageNext" || w == "pagePrev") {
+    if (v->pages < 2) return Bell();
+    const int page = w == "pageFirst" ? 0 : w == "pageLast" ? v->pages - 1 : w == "pageNext" ? v->page + 1 : v->page - 1;
+    if (page < 0 || page >= v->pages) return Bell();
+    GoToPage(v, page);
+  } else if (w == "flipVertical") {
+    RunOperation(v, kOpFlipVertical);
+  } else if (w == "flipHorizontal") {
+    RunOperation(v, kOpFlipHorizontal);
+  } else if (w == "rotateLeft") {
+    RunOperation(v, kOpRotateLeft);
+  } else if (w == "rotateRight") {
+    RunOperation(v, kOpRotateRight);
+  } else {
+    // open, viewHexa, browseFiles, saveFiles, slideShow, the conversions,
+    // crop, options, describe, properties, the file operations and resize
+    // open windows this program does not have yet: their menu entries are
+    // insensitive and their keys only ring the bell.
+    Bell();
+  }
+}
+
+}  // namespace
+
+// ---- public entry points ---------------------------------------------------------------
+
+Widget OpenViewOnFile(Widget parent, const char *path, int page) {
+  if (!path) return nullptr;
+  auto *v = new ViewRecord;
+  char resolved[4096];
+  ResolvePath(path, resolved);
+  v->path = resolved;
+  return OpenView(parent, v, page);
+}
+
+Widget OpenViewOnList(Widget parent, FileListEntry *list, int count, int page) {
+  if (!list || count <= 0) {
+    std::free(list);
+    return nullptr;
+  }
+  auto *v = new ViewRecord;
+  v->path = list[0].path;
+  if (count == 1) {
+    std::free(list);
+  } else {
+    v->list = list;
+    v->count = count;
+  }
+  return OpenView(parent, v, page);
+}
+
+void ViewDoCommandAction(Widget w, XEvent *, String *params, Cardinal *count) {
+  if (!count || *count != 1 || !params || !params[0]) return;
+  RunViewCommand(w, params[0]);
+}
+
+void ViewKeyScrollAction(Widget w, XEvent *, String *params, Cardinal *count) {
+  if (!count || *count != 1) return;
+  ViewRecord *v = FindView(w);
+  if (!v) return;
+  int aw, ah;
+  AreaSize(v, &aw, &ah);
+  switch (std::atoi(params[0])) {
+    case 0: v->scroll_x += ScrollStep(aw); break;
+    case 1: v->scroll_x -= ScrollStep(aw); break;
+    case 2: v->scroll_y -= ScrollStep(ah); break;
+    case 3: v->scroll_y += ScrollStep(ah); break;
+    default: return;
+  }
+  UpdateScrollBars(v);
+  Redraw(v);
+}
+
+void ViewCloseAction(Widget w, XEvent *, String *, Cardinal *) {
+  ViewRecord *v = FindView(w);
+  if (v) CloseView(v);
+}
+
+void RunViewCommand(Widget w, const char *word) {
+  if (!word) return;
+  DoCommand(FindView(w), word);
+}
+
+void SetViewFitMode(Widget w, int mode) {
+  if (mode < 0 || mode > 7) return;
+  Settings().View.Fit = static_cast<uint8_t>(mode);
+  ViewRecord *v = FindView(w);
+  if (v) ApplyFit(v, true);
+}
+
+int ViewCount() { return static_cast<int>(g_views.size()); }
+
+bool GetViewState(Widget w, ViewState *out) {
+  ViewRecord *v = FindView(w);
+  if (!v || !out) return false;
+  out->shell = v->shell;
+  out->drawing_area = v->drawing_area;
+  out->canvas = v->canvas;
+  out->path = v->path;
+  out->list_pos = v->pos;
+  out->list_count = v->count;
+  out->page = v->page;
+  out->pages = v->pages;
+  out->zoom = v->zoom;
+  out->scroll_x = v->scroll_x;
+  out->scroll_y = v->scroll_y;
+  const TslPicture *p = Shown(v);
+  out->width = p->width;
+  out->height = p->height;
+  out->color_model = p->color_model;
+  out->modified = v->modified;
+  out->full_screen = v->full_screen;
+  out->picker = v->picker;
+  out->show_mask = v->show_mask;
+  out->animating = v->animating;
+  Origin(v, &out->org_x, &out->org_y);
+  out->view_w = v->view_w;
+  out->view_h = v->view_h;
+  return true;
+}
+
+Widget ViewShellAt(int index) {
+  if (index < 0 || index >= static_cast<int>(g_views.size())) return nullptr;
+  return g_views[index]->shell;
+}
 
 }  // namespace quilla

@@ -6,6 +6,7 @@
 #include <X11/Intrinsic.h>
 
 #include <cstdint>
+#include <string>
 
 namespace quilla {
 
@@ -42,6 +43,26 @@ int ViewCount();
 
 // Frees the tool bar pixmaps (quit).
 void FreeToolbarPixmaps();
+
+// What a view shows, for tests and for the windows that drive views.
+struct ViewState {
+  Widget shell = nullptr, drawing_area = nullptr;
+  Window canvas = 0;  // the window the picture is drawn in
+  std::string path;
+  int list_pos = 0, list_count = 0;  // count 0 = no list
+  int page = 0, pages = 1;
+  double zoom = 100;
+  int scroll_x = 0, scroll_y = 0;
+  int org_x = 0, org_y = 0;    // the picture's top-left in the canvas
+  int view_w = 0, view_h = 0;  // displayed size
+  uint32_t width = 0, height = 0;
+  int color_model = 0;
+  bool modified = false, full_screen = false, picker = false, show_mask = false, animating = false;
+};
+// The state of the view holding `w`; false when `w` is in no view.
+bool GetViewState(Widget w, ViewState *out);
+// The shell of the index-th open view, or nullptr.
+Widget ViewShellAt(int index);
 
 }  // namespace quilla
 

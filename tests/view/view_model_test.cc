@@ -25,6 +25,12 @@ TEST(ViewZoom, StepsAndPercentages) {
   // At the ends the table holds.
   EXPECT_EQ(ZoomFromParameter("+1", 1, 1, 1000, 1000), 1600);
   EXPECT_EQ(ZoomFromParameter("-1", 100000, 100000, 10, 10), 7);
+  // Away from the fit, steps go on from the zoom on screen; a zoom that is
+  // not in the table (a fit) steps from the area rule.
+  EXPECT_EQ(ZoomFromParameter("+1", 100, 100, 150, 150, 200), 300);
+  EXPECT_EQ(ZoomFromParameter("-1", 100, 100, 150, 150, 400), 300);
+  EXPECT_EQ(ZoomFromParameter("+1", 100, 100, 150, 150, 1600), 1600);
+  EXPECT_EQ(ZoomFromParameter("+1", 1000, 1000, 150, 150, 14.9), 20);
 }
 
 TEST(ViewFit, DefaultModeKeepsSmallPicturesAtFullSize) {
