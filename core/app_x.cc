@@ -86,22 +86,13 @@ extern "C" void OnInterrupt(int) {
   WriteRaw("****** Interrupt detected ******\n");
   AppState &a = App();
   if (++a.interrupts > 2) _exit(1);
-  // "Hit %d Ctrl+C..." with 3 minus the count, formatted by hand.
-  char line[80] = "****** Hit ";
-  size_t at = std::strlen(line);
-  int left = 3 - a.interrupts;
-  char digits[12];
-  int nd = 0;
-  do {
-    digits[nd++] = static_cast<char>('0' + left % 10);
-    left /= 10;
-  } while (left > 0 && nd < 11);
-  while (nd > 0) line[at++] = digits[--nd];
-  line[at] = '\0';
-  std::strcat(line, " Ctrl+C for exiting without saving ******\n");
-  WriteRaw(line);
-  // One-shot semantics: the handler was reset on entry and puts itself back.
+  // One-shot semantics: the handler was reset on entry and puts itself back,
+  // before the announcement, so that a Ctrl+C following it is always seen.
   sysv_signal(SIGINT, OnInterrupt);
+  // "Hit %d Ctrl+C..." with 3 minus the count (1 or 2 here), by hand.
+  char line[] = "****** Hit 0 Ctrl+C for exiting without saving ******\n";
+  line[11] = static_cast<char>('0' + (3 - a.interrupts));
+  WriteRaw(line);
 }
 
 extern "C" void OnFatalSignal(int) {
