@@ -149,6 +149,15 @@ class Startup : public ::testing::Test {
   // run side by side on one server: its client leader is the application
   // shell, which carries WM_COMMAND.
   Window FindWindow(const char *res_name, Window *leader_out = nullptr) {
+    // Other clients' windows may vanish while we look at them.
+    XSync(dpy_, False);
+    XErrorHandler previous = XSetErrorHandler([](Display *, XErrorEvent *) { return 0; });
+    Window found = FindWindowUnguarded(res_name, leader_out);
+    XSync(dpy_, False);
+    XSetErrorHandler(previous);
+    return found;
+  }
+  Window FindWindowUnguarded(const char *res_name, Window *leader_out) {
     Window root = DefaultRootWindow(dpy_), parent, *kids = nullptr;
     unsigned n = 0;
     Window found = 0;
