@@ -490,7 +490,7 @@ void ShowPicker(ViewRecord *v, int wx, int wy, int root_x, int root_y) {
     v->picker_label = XtVaCreateManagedWidget("ColorPickerText", xmLabelWidgetClass, v->picker_shell, XmNalignment,
                                               XmALIGNMENT_BEGINNING, nullptr);
   }
-  XmString s = XmStringGenerate(const_cast<char *>(text.c_str()), nullptr, XmCHARSET_TEXT, nullptr);
+  XmString s = XmStringCreateLtoR(const_cast<char *>(text.c_str()), const_cast<char *>(XmFONTLIST_DEFAULT_TAG));
   XtVaSetValues(v->picker_label, XmNlabelString, s, nullptr);
   XmStringFree(s);
   XtVaSetValues(v->picker_shell, XmNx, root_x + 16, XmNy, root_y + 16, nullptr);
@@ -596,7 +596,10 @@ void DoCommand(ViewRecord *v, const char *word);
 
 void CanvasEvent(Widget, XtPointer client, XEvent *ev, Boolean *) {
   auto *v = static_cast<ViewRecord *>(client);
-  if (ev->xany.window != v->canvas) return;
+  // The canvas covers the drawing area at 0,0, so the drawing area's own
+  // button events (a menu's passive grab delivers them there) mean the same.
+  const bool button = ev->type == ButtonPress || ev->type == ButtonRelease;
+  if (ev->xany.window != v->canvas && !(button && ev->xany.window == XtWindow(v->drawing_area))) return;
   switch (ev->type) {
     case Expose: {
       if (!v->display || !v->gc) break;

@@ -20,6 +20,7 @@
 #include "core/settings.h"
 #include "files/load_model.h"
 #include "files/load_x.h"
+#include "gui_util.h"
 #include "test_util.h"
 #include "widgets/MyProgressBar.h"
 
@@ -32,32 +33,7 @@ void Trampoline(Widget shell) {
   if (g_on_dialog) g_on_dialog(shell);
 }
 
-std::string Text(XmString s) {
-  XmParseTable table = reinterpret_cast<XmParseTable>(XtMalloc(sizeof(XmParseMapping)));
-  XmString sep = XmStringSeparatorCreate();
-  Arg args[3];
-  XtSetArg(args[0], XmNincludeStatus, XmINSERT);
-  XtSetArg(args[1], XmNsubstitute, sep);
-  XtSetArg(args[2], XmNpattern, const_cast<char *>("\n"));
-  table[0] = XmParseMappingCreate(args, 3);
-  XmStringFree(sep);
-  char *t = static_cast<char *>(
-      XmStringUnparse(s, nullptr, XmCHARSET_TEXT, XmCHARSET_TEXT, table, 1, XmOUTPUT_ALL));
-  std::string out = t ? t : "";
-  XtFree(t);
-  XmParseTableFree(table, 1);
-  return out;
-}
-
-std::string Label(Widget shell, const char *child) {
-  Widget w = XtNameToWidget(shell, child);
-  if (!w) return "<no " + std::string(child) + ">";
-  XmString s = nullptr;
-  XtVaGetValues(w, XmNlabelString, &s, nullptr);
-  std::string out = Text(s);
-  XmStringFree(s);
-  return out;
-}
+std::string Label(Widget shell, const char *child) { return guitest::LabelText(shell, child); }
 
 std::string Title(Widget shell) {
   char *title = nullptr;

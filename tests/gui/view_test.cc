@@ -22,6 +22,7 @@
 #include "core/display_x.h"
 #include "core/settings.h"
 #include "files/load_x.h"
+#include "gui_util.h"
 #include "test_util.h"
 #include "view/view_x.h"
 
@@ -129,17 +130,7 @@ class ViewTest : public ::testing::Test {
     XSendEvent(dpy_, ev.window, True, KeyReleaseMask, reinterpret_cast<XEvent *>(&ev));
     Pump();
   }
-  std::string Label(Widget shell) {
-    Widget label = XtNameToWidget(shell, "*labelInfo");
-    XmString xs = nullptr;
-    XtVaGetValues(label, XmNlabelString, &xs, nullptr);
-    char *text = static_cast<char *>(XmStringUnparse(xs, nullptr, XmCHARSET_TEXT, XmCHARSET_TEXT, nullptr, 0,
-                                                     XmOUTPUT_ALL));
-    std::string out = text ? text : "";
-    XtFree(text);
-    XmStringFree(xs);
-    return out;
-  }
+  std::string Label(Widget shell) { return guitest::LabelText(shell, "*labelInfo"); }
   testutil::TempDir dir_;
   Display *dpy_ = nullptr;
 };
@@ -387,6 +378,41 @@ TEST_F(ViewTest, EightBitWindowUsesTheColourCube) {
   ReleaseColourData(dpy_, cd);
   for (unsigned long p : used) EXPECT_TRUE(cube.count(p)) << "pixel " << p << " is not a cube colour";
   EXPECT_GT(used.size(), 8u);  // dithered, not flat
+}
+
+}  // namespace
+
+namespace {
+
+TEST_F(ViewTest, OnlyOneViewLoadsIntoTheOpenWindowAndPickerFollowsThePointer) {
+  Open("QUILLA_TEST_DISPLAY");
+  Settings().View.OnlyOneView = true;
+  Widget first = OpenViewOnFile(App().shell, Picture("o1.png", TSL_RGB, 80, 60).c_str(), 0);
+  Widget second = OpenViewOnFile(App().shell, Picture("o2.png", TSL_GREY, 90, 70).c_str(), 0);
+  Settings().View.OnlyOneView = false;
+  ASSERT_NE(first, nullptr);
+  EXPECT_EQ(second, first);
+  EXPECT_EQ(ViewCount(), 1);
+  EXPECT_EQ(State(first).width, 90u);
+
+  // Ctrl+Shift+I: the colour under the pointer in the ColorPicker tip.
+  Key(first, XK_I, ControlMask | ShiftMask);
+  ViewState s = State(first);
+  ASSERT_TRUE(s.picker);
+  XMotionEvent ev{};
+  ev.type = MotionNotify;
+  ev.display = dpy_;
+  ev.window = s.canvas;
+  ev.x = s.org_x + 5;
+  ev.y = s.org_y + 7;
+  ev.same_screen = True;
+  XSendEvent(dpy_, s.canvas, True, PointerMotionMask, reinterpret_cast<XEvent *>(&ev));
+  Pump();
+  Widget tip = XtNameToWidget(first, "ColorPicker");
+  ASSERT_NE(tip, nullptr);
+  const std::string text = guitest::LabelText(tip, "ColorPickerText");
+  EXPECT_EQ(text.rfind("X: 5, Y: 7\n  INDEX (", 0), 0u) << text;
+  EXPECT_NE(text.find(")\n  HTML (#"), std::string::npos) << text;
 }
 
 }  // namespace
