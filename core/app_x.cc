@@ -116,13 +116,15 @@ void AboutOk(Widget, XtPointer client, XtPointer) { XtDestroyWidget(static_cast<
 
 XmString Text(const char *s) { return XmStringCreateLocalized(const_cast<char *>(s)); }
 
-Widget Label(const char *name, Widget parent, const char *text, Widget above, int left_offset) {
+// A left-aligned label under `above` (or at the top), right of `beside` (or
+// at the left edge).
+Widget Label(const char *name, Widget parent, const char *text, Widget above, Widget beside) {
   XmString s = Text(text);
-  Widget w = XtVaCreateManagedWidget(name, xmLabelWidgetClass, parent, XmNlabelString, s, XmNalignment,
-                                     XmALIGNMENT_BEGINNING, XmNtopAttachment,
-                                     above ? XmATTACH_WIDGET : XmATTACH_FORM, XmNtopWidget, above, XmNtopOffset,
-                                     above ? 2 : 10, XmNleftAttachment, XmATTACH_FORM, XmNleftOffset, left_offset,
-                                     XmNrightAttachment, XmATTACH_FORM, XmNrightOffset, 10, nullptr);
+  Widget w = XtVaCreateManagedWidget(
+      name, xmLabelWidgetClass, parent, XmNlabelString, s, XmNalignment, XmALIGNMENT_BEGINNING, XmNtopAttachment,
+      above ? XmATTACH_WIDGET : XmATTACH_FORM, XmNtopWidget, above, XmNtopOffset, above ? 2 : 10,
+      XmNleftAttachment, beside ? XmATTACH_WIDGET : XmATTACH_FORM, XmNleftWidget, beside, XmNleftOffset,
+      beside ? 16 : 10, XmNrightAttachment, XmATTACH_FORM, XmNrightOffset, 10, nullptr);
   XmStringFree(s);
   return w;
 }
@@ -189,12 +191,11 @@ void OpenAbout(Widget parent) {
   Widget form = XtVaCreateWidget("form", xmFormWidgetClass, shell, XmNautoUnmanage, False, XmNnoResize, True,
                                  nullptr);
 
-  int text_left = 10;
+  Widget icon = nullptr;
   if (App().icon) {
-    XtVaCreateManagedWidget("labelPixmap", xmLabelWidgetClass, form, XmNlabelType, XmPIXMAP, XmNlabelPixmap,
+    icon = XtVaCreateManagedWidget("labelPixmap", xmLabelWidgetClass, form, XmNlabelType, XmPIXMAP, XmNlabelPixmap,
                             App().icon, XmNtopAttachment, XmATTACH_FORM, XmNtopOffset, 10, XmNleftAttachment,
                             XmATTACH_FORM, XmNleftOffset, 10, nullptr);
-    text_left = 90;  // right of a 64-pixel icon
   }
   char version[16] = {0};
   tslVersion(version);
@@ -213,12 +214,12 @@ void OpenAbout(Widget parent) {
   for (int i = 0; i < 8; ++i) {
     char name[8];
     std::snprintf(name, sizeof name, "label%d", i + 1);
-    above = Label(name, form, lines[i], above, text_left);
+    above = Label(name, form, lines[i], above, icon);
   }
 
   XtTranslations links = XtParseTranslationTable("    <Btn1Down>:        UrlClick() \n");
-  Widget email = Label("labelEmail", form, kMailAddress, above, text_left);
-  Widget url = Label("labelUrl", form, kWebAddress, email, text_left);
+  Widget email = Label("labelEmail", form, kMailAddress, above, icon);
+  Widget url = Label("labelUrl", form, kWebAddress, email, icon);
   for (Widget w : {email, url})
     XtVaSetValues(w, XmNtranslations, links, XtVaTypedArg, XmNforeground, XmRString, "Blue", 5, nullptr);
 
