@@ -58,15 +58,79 @@ inline bool FileExists(const std::string &path) {
   return ::stat(path.c_str(), &st) == 0;
 }
 
-// A picture / file information released at scope end.
-struct OwnedPicture {
+// A picture released at scope end.  It stands for its record: &pic is the
+// TslPicture * the tsl calls take, and it converts to TslPicture &.
+struct Pic {
   TslPicture p{};
-  ~OwnedPicture() { tslFree(&p); }
+  Pic() = default;
+  explicit Pic(const TslPicture &q) : p(q) {}
+  Pic(Pic &&o) noexcept : p(o.p) { o.p = TslPicture{}; }
+  Pic(const Pic &) = delete;
+  Pic &operator=(const Pic &) = delete;
+  Pic &operator=(Pic &&o) noexcept {
+    if (&o.p != &p) {
+      tslFree(&p);
+      p = o.p;
+      o.p = TslPicture{};
+    }
+    return *this;
+  }
+  ~Pic() { tslFree(&p); }
+  TslPicture *operator&() { return &p; }
+  const TslPicture *operator&() const { return &p; }
+  TslPicture *operator->() { return &p; }
+  const TslPicture *operator->() const { return &p; }
+  operator TslPicture &() { return p; }
+  operator const TslPicture &() const { return p; }
+  Pic clone() const {
+    Pic c;
+    tslCopyPicture(&c.p, &p);
+    return c;
+  }
 };
-struct OwnedInfo {
+using OwnedPicture = Pic;
+
+// File information released at scope end.
+struct Info {
   TslFileInfo i{};
-  ~OwnedInfo() { tslFileInformationFree(&i); }
+  ~Info() { tslFileInformationFree(&i); }
+  TslFileInfo *operator&() { return &i; }
+  const TslFileInfo *operator->() const { return &i; }
 };
+using OwnedInfo = Info;
+
+// tslFileInformation into *info (detected format and page 0 unless told); returns its code.
+inline int FileInfo(const std::string &path, TslFileInfo *info, int format = -1, int page = 0) {
+  return tslFileInformation(path.c_str(), format, page, info);
+}
+
+// Byte c of pixel (x, y) of a grey or true-colour picture.
+inline int Px(const TslPicture &p, int x, int y, int c = 0) {
+  return p.pixels[static_cast<size_t>(y) * p.bytes_per_line + static_cast<size_t>(x) * p.bytes_per_pixel + c];
+}
+
+// A w x h grey picture of the given values, row by row.
+inline TslPicture Grey(int w, int h, const std::vector<int> &values) {
+  TslPicture p{};
+  tslAllock(&p, TSL_GREY, 0, w, h);
+  for (int y = 0; y < h; ++y)
+    for (int x = 0; x < w; ++x) p.pixels[static_cast<size_t>(y) * p.bytes_per_line + x] = static_cast<uint8_t>(values[y * w + x]);
+  return p;
+}
+
+// Every byte of the picture set to v.
+inline void Fill(TslPicture &p, int v) { std::memset(p.pixels, v, static_cast<size_t>(p.bytes_per_line) * p.height); }
+
+// Writes any picture as a binary PPM without our writer, as input for other programs.
+inline void WritePpm(const std::string &path, const TslPicture &pic) {
+  std::string out = "P6\n" + std::to_string(pic.width) + " " + std::to_string(pic.height) + "\n255\n";
+  std::vector<unsigned char> row(pic.width * 3);
+  for (uint32_t y = 0; y < pic.height; ++y) {
+    tslGetRowRGB(&pic, y, row.data());
+    out.append(reinterpret_cast<const char *>(row.data()), row.size());
+  }
+  WriteFile(path, out);
+}
 
 // Runs a shell command, returns its exit status; output is captured into *out when given.
 inline int Run(const std::string &cmd, std::string *out = nullptr) {
@@ -137,6 +201,12 @@ inline bool SamePixels(const TslPicture &a, const TslPicture &b) {
       if (std::memcmp(a.palette + 256 * plane, b.palette + 256 * plane, static_cast<size_t>(n)) != 0) return false;
   }
   return true;
+}
+
+// Same pixels and, when either has one, the same 768 palette bytes.
+inline bool SamePicture(const TslPicture &a, const TslPicture &b) {
+  if (!SamePixels(a, b) || (a.palette == nullptr) != (b.palette == nullptr)) return false;
+  return !a.palette || std::memcmp(a.palette, b.palette, 768) == 0;
 }
 
 // Same colours pixel by pixel, whatever the colour models (via RGBA rows).

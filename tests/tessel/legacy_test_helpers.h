@@ -1,5 +1,5 @@
-// Helpers shared by the tests of the small legacy formats (BMP, PNM, PCX/DCX,
-// TGA): save/load shortcuts, independent decoders and truncation sweeps.
+// Helpers shared by the format tests: save/load shortcuts, independent
+// decoders, hand-made files, truncation sweeps, pixel limits and stopping.
 #ifndef QUILLA_TESTS_TESSEL_LEGACY_TEST_HELPERS_H
 #define QUILLA_TESTS_TESSEL_LEGACY_TEST_HELPERS_H
 
@@ -12,122 +12,161 @@
 #include "tessel.h"
 #include "test_util.h"
 
-namespace legacy {
+namespace testutil {
 
 inline int Fmt(const char *name) { return tslFormatGetIndex(name); }
 
-inline int Save(const std::string &path, const TslPicture &pic, const char *format, int compression = 0,
-                int ascii = 0, int os2 = 0) {
+// Default parameters for format `format` (nullptr: detect on load).
+inline TslParams Params(const char *format = nullptr, int compression = 0) {
   TslParams p;
   tslDefaultParams(&p);
-  p.format = Fmt(format);
+  p.format = format ? Fmt(format) : -1;
   p.compression = compression;
+  return p;
+}
+
+inline int Save(const std::string &path, const TslPicture &pic, const char *format, int compression = 0,
+                int ascii = 0, int os2 = 0) {
+  TslParams p = Params(format, compression);
   p.ppm_ascii = ascii;
   p.os2_header = os2;
   return tslSave(path.c_str(), &pic, &p);
 }
 
-struct LoadOptions {
-  int format = -1;  // -1: detect
-  unsigned flags = 0;
-  int page = 0;
-  uint64_t max_pixels = 0;
-  TslProgressFunc progress = nullptr;
-};
+inline int Save(const std::string &path, const TslPicture &pic, const TslParams &p) {
+  return tslSave(path.c_str(), &pic, &p);
+}
 
-inline int Load(const std::string &path, TslPicture *pic, const LoadOptions &o = LoadOptions()) {
-  TslParams p;
-  tslDefaultParams(&p);
-  p.format = o.format;
-  p.flags = o.flags;
-  p.page = o.page;
-  p.max_pixels = o.max_pixels;
-  p.progress = o.progress;
+inline int Load(const std::string &path, TslPicture *pic, int page = 0, unsigned flags = 0, int format = -1) {
+  TslParams p = Params();
+  p.page = page;
+  p.flags = flags;
+  p.format = format;
   return tslLoad(path.c_str(), pic, &p);
+}
+
+// Writes `bytes` to a file of `dir` and loads it (format detected unless given).
+inline Pic LoadBytes(const TempDir &dir, const std::string &bytes, int *code, int format = -1, int page = 0,
+                     const std::string &name = "made.bin") {
+  WriteFile(dir.file(name), bytes);
+  Pic pic;
+  *code = Load(dir.file(name), &pic, page, 0, format);
+  return pic;
 }
 
 // A picture decoded by ImageMagick ("convert file ppm:-"), or by another
 // tool of the same command line (GraphicsMagick's "gm convert"), as RGB.
-inline bool DecodeWithConvert(const testutil::TempDir &dir, const std::string &file, TslPicture *out,
+inline bool DecodeWithConvert(const TempDir &dir, const std::string &file, TslPicture *out,
                               const std::string &tool = "convert", const std::string &options = "") {
   const std::string ppm = dir.file("independent.ppm");
-  if (testutil::Run(tool + " '" + file + "' " + options + " -depth 8 ppm:'" + ppm + "'") != 0) return false;
-  return testutil::ReadPnm(ppm, out);
+  if (Run(tool + " '" + file + "' " + options + " -depth 8 ppm:'" + ppm + "'") != 0) return false;
+  return ReadPnm(ppm, out);
 }
 
-// Runs an independent netpbm decoder ("tool file > out.pnm") and reads its output.
-inline bool DecodeWithNetpbm(const testutil::TempDir &dir, const std::string &tool, const std::string &file,
-                             TslPicture *out) {
-  const std::string pnm = dir.file("netpbm.pnm");
-  if (testutil::Run("(" + tool + " '" + file + "' > '" + pnm + "')") != 0) return false;
-  return testutil::ReadPnm(pnm, out);
+// Loads what `cmd` (ImageMagick, netpbm, ...) writes as a PNM on its standard
+// output; the tool's messages are dropped.
+inline bool ToolPnm(const std::string &cmd, const TempDir &dir, TslPicture *out) {
+  const std::string pnm = dir.file("tool_out.pnm");
+  if (Run("{ { " + cmd + " ; } 2>/dev/null ; } > '" + pnm + "'") != 0) return false;
+  return ReadPnm(pnm, out);
 }
 
-// Owns a picture for the duration of a test.
-struct Pic {
-  TslPicture p;
-  Pic() { std::memset(&p, 0, sizeof p); }
-  explicit Pic(const TslPicture &q) : p(q) {}
-  ~Pic() {
-    if (p.pixels) tslFree(&p);
+// Runs a shell command with its messages dropped; returns its exit status.
+inline int Sh(const std::string &cmd) { return Run("{ { " + cmd + " ; } 2>/dev/null ; }"); }
+
+// Runs a command template in which SRC and OUT stand for the quoted paths.
+inline int RunWith(std::string cmd, const std::string &src, const std::string &out) {
+  for (size_t at; (at = cmd.find("SRC")) != std::string::npos;) cmd.replace(at, 3, "'" + src + "'");
+  for (size_t at; (at = cmd.find("OUT")) != std::string::npos;) cmd.replace(at, 3, "'" + out + "'");
+  return Sh(cmd);
+}
+
+// A file of another program, from `command` (SRC: a PPM of `src`, OUT: the
+// file), loads as `model` (unless -1) with the colours the reference decoder
+// (ImageMagick, or `reference` with -auto-orient style options) sees in it.
+inline void ExpectToolFileMatches(const TempDir &dir, const TslPicture &src, const std::string &command,
+                                  const std::string &out_name, int model, int tolerance = 0,
+                                  const std::string &options = "") {
+  SCOPED_TRACE(command);
+  const std::string ppm = dir.file("src.ppm"), out = dir.file(out_name);
+  WritePpm(ppm, src);
+  ASSERT_EQ(RunWith(command, ppm, out), 0);
+  Pic ours, theirs;
+  ASSERT_EQ(Load(out, &ours), TSL_OK);
+  if (model >= 0) {
+    EXPECT_EQ(ours->color_model, model);
   }
-  Pic(Pic &&o) noexcept : p(o.p) { std::memset(&o.p, 0, sizeof o.p); }
-  Pic(const Pic &) = delete;
-  Pic &operator=(const Pic &) = delete;
-  TslPicture *operator&() { return &p; }
-  TslPicture &operator*() { return p; }
-  TslPicture *operator->() { return &p; }
-};
+  ASSERT_TRUE(DecodeWithConvert(dir, out, &theirs, "convert", options));
+  EXPECT_TRUE(SameColors(ours, theirs, tolerance));
+}
 
-// Cuts a valid file at several lengths (the last one inside the last row): each load fails with a read or
-// corruption error (never a crash), and with TSL_FLAG_KEEP_DAMAGED every cut
-// after the header gives a picture of the full size.
-// `trailer` bytes at the end follow the pixel data (palettes, footers).
-inline void CheckTruncations(const testutil::TempDir &dir, const std::string &file, int format, size_t header,
-                             size_t trailer = 0) {
-  const std::string data = testutil::ReadFile(file);
-  ASSERT_GT(data.size(), header + trailer + 3);
+// A copy of a file cut after `length` bytes fails with a read or corruption
+// error (a bad-file error is accepted for cuts inside the header), and with
+// TSL_FLAG_KEEP_DAMAGED loads at the full size when the header is complete.
+// Rows first .. first + rows - 1 of the kept picture equal the full decode's.
+inline void ExpectCutHandled(const TempDir &dir, const std::string &file, size_t length, int format = -1,
+                             size_t header = 0, uint32_t first = 0, uint32_t rows = 0) {
+  SCOPED_TRACE("cut at " + std::to_string(length));
   const std::string cut = dir.file("cut");
-  for (size_t len : {size_t(1), header / 2, header + 1, (header + data.size()) / 2, data.size() - trailer - 3}) {
-    if (len == 0 || len >= data.size()) continue;
-    testutil::WriteFile(cut, data.substr(0, len));
-    Pic pic;
-    LoadOptions o;
-    o.format = format;
-    int code = Load(cut, &pic, o);
-    EXPECT_TRUE(code == TSL_ERR_READ || code == TSL_ERR_CORRUPT || (len < header && code == TSL_ERR_BAD_FILE))
-        << "length " << len << " gave " << code;
-    EXPECT_EQ(pic->pixels, nullptr);
-    if (len > header) {
-      Pic kept;
-      o.flags = TSL_FLAG_KEEP_DAMAGED;
-      EXPECT_EQ(Load(cut, &kept, o), TSL_OK) << "length " << len;
-      TslFileInfo info;
-      ASSERT_EQ(tslFileInformation(file.c_str(), format, 0, &info), TSL_OK);
-      EXPECT_EQ(kept->width, info.width);
-      EXPECT_EQ(kept->height, info.height);
-      tslFileInformationFree(&info);
-    }
-  }
+  WriteFile(cut, ReadFile(file).substr(0, length));
+  Pic pic, full, kept;
+  const int code = Load(cut, &pic, 0, 0, format);
+  EXPECT_TRUE(code == TSL_ERR_READ || code == TSL_ERR_CORRUPT || (length < header && code == TSL_ERR_BAD_FILE))
+      << code;
+  EXPECT_EQ(pic->pixels, nullptr);
+  if (length < header) return;
+  ASSERT_EQ(Load(file, &full, 0, 0, format), TSL_OK);
+  ASSERT_EQ(Load(cut, &kept, 0, TSL_FLAG_KEEP_DAMAGED, format), TSL_OK);
+  EXPECT_EQ(kept->width, full->width);
+  EXPECT_EQ(kept->height, full->height);
+  for (uint32_t y = first; y < first + rows && y < full->height; ++y)
+    EXPECT_EQ(std::memcmp(kept->pixels + y * kept->bytes_per_line, full->pixels + y * full->bytes_per_line,
+                          full->bytes_per_line), 0) << "row " << y;
 }
 
-// Writes an RGB picture as a binary PPM without using our writer, as input
-// for the independent encoders.
-inline void WritePpm(const std::string &path, const TslPicture &pic) {
-  std::string out = "P6\n" + std::to_string(pic.width) + " " + std::to_string(pic.height) + "\n255\n";
-  std::vector<unsigned char> row(pic.width * 3);
-  for (uint32_t y = 0; y < pic.height; ++y) {
-    tslGetRowRGB(&pic, y, row.data());
-    out.append(reinterpret_cast<const char *>(row.data()), row.size());
-  }
-  testutil::WriteFile(path, out);
+// Cuts a valid file at several lengths, from inside the header (`header`
+// bytes) to inside the last row (`trailer` bytes follow the pixel data).
+inline void CheckTruncations(const TempDir &dir, const std::string &file, int format, size_t header,
+                             size_t trailer = 0) {
+  const size_t size = ReadFile(file).size();
+  ASSERT_GT(size, header + trailer + 3);
+  for (size_t len : {size_t(1), header / 2, header + 1, (header + size) / 2, size - trailer - 3})
+    if (len > 0) ExpectCutHandled(dir, file, len, format, header + 1);
+}
+
+// The caller's pixel limit refuses a picture of `pixels` pixels one short of
+// it; a load reports strictly rising progress up to 100, and a progress
+// answer asking to stop at `stop_at` percent stops the load, leaving nothing.
+inline void ExpectLimitAndStop(const std::string &file, uint64_t pixels, int stop_at = 50) {
+  Pic pic;
+  TslParams p = Params();
+  p.max_pixels = pixels - 1;
+  EXPECT_EQ(tslLoad(file.c_str(), &pic, &p), TSL_ERR_MEMORY);
+  EXPECT_EQ(pic->pixels, nullptr);
+  struct Calls {
+    std::vector<int> seen;
+    int stop_at;
+  } calls{{}, 101};
+  p = Params();
+  p.progress_data = &calls;
+  p.progress = [](int what, int value, void *data) {
+    auto *c = static_cast<Calls *>(data);
+    if (what == 0) c->seen.push_back(value);
+    return what == 0 && value >= c->stop_at ? 1 : 0;
+  };
+  ASSERT_EQ(tslLoad(file.c_str(), &pic, &p), TSL_OK);
+  tslFree(&pic);
+  ASSERT_FALSE(calls.seen.empty());
+  EXPECT_EQ(calls.seen.back(), 100);
+  for (size_t i = 1; i < calls.seen.size(); ++i) EXPECT_GT(calls.seen[i], calls.seen[i - 1]);
+  calls = {{}, stop_at};
+  EXPECT_EQ(tslLoad(file.c_str(), &pic, &p), TSL_STOPPED);
+  EXPECT_EQ(pic->pixels, nullptr);
 }
 
 inline std::string Le16(unsigned v) { return std::string{char(v & 0xFF), char(v >> 8 & 0xFF)}; }
 inline std::string Le32(uint32_t v) { return Le16(v & 0xFFFF) + Le16(v >> 16); }
 
-inline int StopAtOnce(int, int, void *) { return 1; }
-
-}  // namespace legacy
+}  // namespace testutil
 
 #endif

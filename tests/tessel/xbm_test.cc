@@ -3,17 +3,9 @@
 
 #include <algorithm>
 
-#include "xfmt_util.h"
+#include "legacy_test_helpers.h"
 
-using testutil::HaveTool;
-using testutil::MakePicture;
-using testutil::ReadFile;
-using testutil::SameColors;
-using testutil::SamePixels;
-using testutil::TempDir;
-using xfmt::Load;
-using xfmt::Pic;
-using xfmt::Save;
+using namespace testutil;
 
 namespace {
 
@@ -23,10 +15,10 @@ TEST(Xbm, RoundTripAndWrittenForm) {
   TempDir dir;
   Pic src(MakePicture(TSL_BINARY, 21, 9, 4));
   const std::string path = dir.file("my-icon.2.xbm");
-  ASSERT_EQ(Save(*src, path, "xbm"), TSL_OK);
+  ASSERT_EQ(Save(path, src, "xbm"), TSL_OK);
   Pic back;
   ASSERT_EQ(Load(path, &back), TSL_OK);
-  EXPECT_TRUE(SamePixels(*src, *back));
+  EXPECT_TRUE(SamePixels(src, back));
   // The base name becomes the identifier; 12 values per line.
   const std::string text = ReadFile(path);
   EXPECT_EQ(text.find("#define my_icon_2_width 21\n#define my_icon_2_height 9\nstatic char my_icon_2_bits[] = {\n"),
@@ -37,8 +29,8 @@ TEST(Xbm, RoundTripAndWrittenForm) {
   EXPECT_EQ(std::count(first.begin(), first.end(), 'x'), 12) << first;
   if (HaveTool("convert")) {
     Pic im;
-    ASSERT_TRUE(xfmt::ToolPnm("convert '" + path + "' ppm:-", dir, &im));
-    EXPECT_TRUE(SameColors(*src, *im));
+    ASSERT_TRUE(ToolPnm("convert '" + path + "' ppm:-", dir, &im));
+    EXPECT_TRUE(SameColors(src, im));
   }
 }
 
@@ -46,18 +38,18 @@ TEST(Xbm, ReadsOtherWritersAndX10) {
   TempDir dir;
   Pic src(MakePicture(TSL_BINARY, 35, 14, 6));
   const std::string pbm = dir.file("src.pbm"), x = dir.file("x.xbm");
-  ASSERT_EQ(Save(*src, pbm, "pbm"), TSL_OK);
+  ASSERT_EQ(Save(pbm, src, "pbm"), TSL_OK);
   std::vector<std::string> makes;
   if (HaveTool("pbmtoxbm")) makes = {"pbmtoxbm '" + pbm + "'", "pbmtoxbm -x10 '" + pbm + "'"};
   if (HaveTool("convert")) makes.push_back("convert '" + pbm + "' xbm:-");
   for (const std::string &make : makes) {
-    ASSERT_EQ(xfmt::Sh(make + " > '" + x + "'"), 0) << make;
+    ASSERT_EQ(Sh(make + " > '" + x + "'"), 0) << make;
     Pic ours;
     ASSERT_EQ(Load(x, &ours), TSL_OK) << make;
-    EXPECT_TRUE(SamePixels(*src, *ours)) << make;
+    EXPECT_TRUE(SamePixels(src, ours)) << make;
   }
   // Comments, a hot spot, decimal values and "unsigned char".
-  testutil::WriteFile(x,
+  WriteFile(x,
                       "/* made by hand */\n#define a_width 10\n#define a_height 2\n#define a_x_hot 1\n"
                       "#define a_y_hot 1\nstatic unsigned char a_bits[] = {\n 1, 0x02, /* row 2 */ 255, 3 };\n");
   Pic hand;
@@ -74,8 +66,8 @@ TEST(Xbm, TruncatedAndAbsurdInput) {
   TempDir dir;
   Pic src(MakePicture(TSL_BINARY, 40, 30, 2));
   const std::string good = dir.file("g.xbm");
-  ASSERT_EQ(Save(*src, good, "xbm"), TSL_OK);
-  xfmt::ExpectTruncationHandled(good, dir, ReadFile(good).size() / 2);
+  ASSERT_EQ(Save(good, src, "xbm"), TSL_OK);
+  ExpectCutHandled(dir, good, ReadFile(good).size() / 2, -1, 0, 0, 1);
   Pic p;
   const std::pair<const char *, int> bad[] = {
       {"#define a_width 8\nstatic char a_bits[] = { 0 };\n", TSL_ERR_BAD_FILE},          // no height
@@ -85,7 +77,7 @@ TEST(Xbm, TruncatedAndAbsurdInput) {
       {"#define a_width 8\n#define a_height 2\nstatic char a_bits[] = {0x01, zz};", TSL_ERR_CORRUPT},
   };
   for (const auto &b : bad) {
-    testutil::WriteFile(dir.file("b.xbm"), b.first);
+    WriteFile(dir.file("b.xbm"), b.first);
     EXPECT_EQ(Load(dir.file("b.xbm"), &p), b.second) << b.first;
   }
 }

@@ -1,17 +1,9 @@
 // X pixmap reader and writer.
 #include <gtest/gtest.h>
 
-#include "xfmt_util.h"
+#include "legacy_test_helpers.h"
 
-using testutil::HaveTool;
-using testutil::MakePicture;
-using testutil::ReadFile;
-using testutil::SameColors;
-using testutil::SamePixels;
-using testutil::TempDir;
-using xfmt::Load;
-using xfmt::Pic;
-using xfmt::Save;
+using namespace testutil;
 
 namespace {
 
@@ -21,24 +13,24 @@ TEST(Xpm, RoundTripOneAndTwoCharsPerPixel) {
     Pic src(MakePicture(TSL_INDEXED, 33, 12, 8, colors));
     if (colors == 90) {
       // "None" carries no colour: it reads back as black.
-      (*src).transparent_index = 7;
-      (*src).palette[7] = (*src).palette[256 + 7] = (*src).palette[512 + 7] = 0;
+      src->transparent_index = 7;
+      src->palette[7] = src->palette[256 + 7] = src->palette[512 + 7] = 0;
     }
     const std::string path = dir.file("icon.xpm");
-    ASSERT_EQ(Save(*src, path, "xpm"), TSL_OK);
+    ASSERT_EQ(Save(path, src, "xpm"), TSL_OK);
     Pic back;
     ASSERT_EQ(Load(path, &back), TSL_OK);
-    EXPECT_TRUE(SamePixels(*src, *back)) << colors;
+    EXPECT_TRUE(SamePixels(src, back)) << colors;
     EXPECT_EQ(back->colors, colors);
     EXPECT_EQ(back->transparent_index, colors == 90 ? 7 : -1);
-    EXPECT_TRUE(SameColors(*src, *back, 0, true));
+    EXPECT_TRUE(SameColors(src, back, 0, true));
     const std::string text = ReadFile(path);
     EXPECT_EQ(text.find("/* XPM */\nstatic char *icon[] = {"), 0u);
     EXPECT_NE(text.find("\"33 12 " + std::to_string(colors) + (colors > 90 ? " 2 \"" : " 1 \"")), std::string::npos);
     if (HaveTool("convert") && colors != 90) {
       Pic im;
-      ASSERT_TRUE(xfmt::ToolPnm("convert '" + path + "' ppm:-", dir, &im));
-      EXPECT_TRUE(SameColors(*src, *im)) << colors;
+      ASSERT_TRUE(ToolPnm("convert '" + path + "' ppm:-", dir, &im));
+      EXPECT_TRUE(SameColors(src, im)) << colors;
     }
   }
 }
@@ -48,31 +40,31 @@ TEST(Xpm, ReadsOtherWriters) {
   Pic rgb(MakePicture(TSL_RGB, 37, 23, 5));
   Pic few(MakePicture(TSL_INDEXED, 37, 23, 5, 40));
   const std::string s = dir.file("src.ppm"), f = dir.file("few.ppm"), x = dir.file("x.xpm");
-  ASSERT_EQ(Save(*rgb, s, "ppm"), TSL_OK);
-  ASSERT_EQ(Save(*few, f, "ppm"), TSL_OK);
+  ASSERT_EQ(Save(s, rgb, "ppm"), TSL_OK);
+  ASSERT_EQ(Save(f, few, "ppm"), TSL_OK);
   struct Case {
     std::string make;
     const TslPicture *expect;
     int model;
   } cases[] = {
-      {"ppmtoxpm '" + f + "'", &*few, TSL_INDEXED},
-      {"ppmtoxpm -hexonly '" + s + "'", &*rgb, TSL_RGB},  // many colours, several characters per pixel
-      {"convert '" + f + "' xpm:-", &*few, TSL_INDEXED},
+      {"ppmtoxpm '" + f + "'", &few, TSL_INDEXED},
+      {"ppmtoxpm -hexonly '" + s + "'", &rgb, TSL_RGB},  // many colours, several characters per pixel
+      {"convert '" + f + "' xpm:-", &few, TSL_INDEXED},
   };
   for (const Case &c : cases) {
     if (!HaveTool(c.make.substr(0, c.make.find(' ')))) continue;
-    ASSERT_EQ(xfmt::Sh(c.make + " > '" + x + "'"), 0) << c.make;
+    ASSERT_EQ(Sh(c.make + " > '" + x + "'"), 0) << c.make;
     Pic ours;
     ASSERT_EQ(Load(x, &ours), TSL_OK) << c.make;
     EXPECT_EQ(ours->color_model, c.model) << c.make;
-    EXPECT_TRUE(SameColors(*c.expect, *ours)) << c.make;
+    EXPECT_TRUE(SameColors(*c.expect, ours)) << c.make;
   }
 }
 
 TEST(Xpm, ColourNamesKeysAndTransparency) {
   TempDir dir;
   const std::string path = dir.file("n.xpm");
-  testutil::WriteFile(path,
+  WriteFile(path,
                       "/* XPM */\n/* a comment with \"quotes\" */\nstatic char * n_xpm[] = {\n"
                       "\"7 1 7 1 0 0\",\n"
                       "\"a\tc Light Goldenrod Yellow\",\n"
@@ -103,7 +95,7 @@ TEST(Xpm, ColourNamesKeysAndTransparency) {
     row += key;
   }
   big += "\"" + row + "\"\n};\n";
-  testutil::WriteFile(path, big);
+  WriteFile(path, big);
   Pic q;
   ASSERT_EQ(Load(path, &q), TSL_OK);
   ASSERT_EQ(q->color_model, TSL_RGBA);
@@ -116,8 +108,8 @@ TEST(Xpm, TruncatedAndAbsurdInput) {
   TempDir dir;
   Pic src(MakePicture(TSL_INDEXED, 40, 30, 2, 16));
   const std::string good = dir.file("g.xpm");
-  ASSERT_EQ(Save(*src, good, "xpm"), TSL_OK);
-  xfmt::ExpectTruncationHandled(good, dir, ReadFile(good).size() * 2 / 3);
+  ASSERT_EQ(Save(good, src, "xpm"), TSL_OK);
+  ExpectCutHandled(dir, good, ReadFile(good).size() * 2 / 3, -1, 0, 0, 1);
   Pic p;
   const std::pair<const char *, int> bad[] = {
       {"/* XPM */\nstatic char *a[] = {\"2 2\"};", TSL_ERR_BAD_FILE},
@@ -129,7 +121,7 @@ TEST(Xpm, TruncatedAndAbsurdInput) {
       {"/* XPM */\nstatic char *a[] = {\"2 2 1 1\", \"a c red\", \"aa\", \"aa", TSL_ERR_READ},
   };
   for (const auto &b : bad) {
-    testutil::WriteFile(dir.file("b.xpm"), b.first);
+    WriteFile(dir.file("b.xpm"), b.first);
     EXPECT_EQ(Load(dir.file("b.xpm"), &p), b.second) << b.first;
   }
 }

@@ -4,17 +4,9 @@
 #include <cstdlib>
 #include <vector>
 
-#include "xfmt_util.h"
+#include "legacy_test_helpers.h"
 
-using testutil::HaveTool;
-using testutil::MakePicture;
-using testutil::ReadFile;
-using testutil::SameColors;
-using testutil::SamePixels;
-using testutil::TempDir;
-using xfmt::Load;
-using xfmt::Pic;
-using xfmt::Save;
+using namespace testutil;
 
 namespace {
 
@@ -61,42 +53,41 @@ TEST(Xwd, RoundTripEveryWritableKind) {
   for (int model : {TSL_BINARY, TSL_GREY, TSL_INDEXED, TSL_RGB}) {
     Pic src(MakePicture(model, 45, 17, 3, 37));
     const std::string path = dir.file("rt.xwd");
-    TslParams p = xfmt::Params(xfmt::Format("xwd"));
+    TslParams p = Params("xwd");
     p.comment = "my window";
-    ASSERT_EQ(tslSave(path.c_str(), &*src, &p), TSL_OK);
+    ASSERT_EQ(Save(path, src, p), TSL_OK);
     Pic back;
     ASSERT_EQ(Load(path, &back), TSL_OK) << model;
-    EXPECT_TRUE(SamePixels(*src, *back)) << model;
+    EXPECT_TRUE(SamePixels(src, back)) << model;
     if (model == TSL_INDEXED) {
       EXPECT_EQ(back->colors, 37);
-      EXPECT_TRUE(SameColors(*src, *back));
+      EXPECT_TRUE(SameColors(src, back));
     }
-    TslFileInfo info;
-    ASSERT_EQ(tslFileInformation(path.c_str(), -1, 0, &info), TSL_OK);
-    EXPECT_STREQ(info.comment, "my window");
-    EXPECT_EQ(info.width, 45u);
-    tslFileInformationFree(&info);
+    Info info;
+    ASSERT_EQ(FileInfo(path, &info), TSL_OK);
+    EXPECT_STREQ(info->comment, "my window");
+    EXPECT_EQ(info->width, 45u);
     // ImageMagick reads what we wrote.
     if (HaveTool("convert")) {
       Pic im;
-      ASSERT_TRUE(xfmt::ToolPnm("convert '" + path + "' ppm:-", dir, &im)) << model;
-      EXPECT_TRUE(SameColors(*src, *im)) << model;
+      ASSERT_TRUE(ToolPnm("convert '" + path + "' ppm:-", dir, &im)) << model;
+      EXPECT_TRUE(SameColors(src, im)) << model;
     }
   }
   // True colour with alpha is written as its colours.
   Pic rgba(MakePicture(TSL_RGBA, 9, 9, 4));
   Pic back;
-  ASSERT_EQ(Save(*rgba, dir.file("a.xwd"), "xwd"), TSL_OK);
+  ASSERT_EQ(Save(dir.file("a.xwd"), rgba, "xwd"), TSL_OK);
   ASSERT_EQ(Load(dir.file("a.xwd"), &back), TSL_OK);
   EXPECT_EQ(back->color_model, TSL_RGB);
-  EXPECT_TRUE(SameColors(*rgba, *back));
+  EXPECT_TRUE(SameColors(rgba, back));
 }
 
 TEST(Xwd, ReadsImageMagickAndNetpbmDumps) {
   if (!HaveTool("convert") || !HaveTool("pnmtoxwd")) GTEST_SKIP() << "convert/pnmtoxwd missing";
   TempDir dir;
   Pic src(MakePicture(TSL_RGB, 37, 23, 5));
-  ASSERT_EQ(Save(*src, dir.file("src.ppm"), "ppm"), TSL_OK);
+  ASSERT_EQ(Save(dir.file("src.ppm"), src, "ppm"), TSL_OK);
   const std::string s = dir.file("src.ppm"), x = dir.file("x.xwd");
   const std::string mid = dir.file("mid.pnm");
   struct Case {
@@ -114,17 +105,17 @@ TEST(Xwd, ReadsImageMagickAndNetpbmDumps) {
        mid},  // 4 bits per pixel
   };
   for (const Case &c : cases) {
-    ASSERT_EQ(xfmt::Sh(c.make), 0) << c.make;
+    ASSERT_EQ(Sh(c.make), 0) << c.make;
     Pic ours, ref;
     ASSERT_EQ(Load(x, &ours), TSL_OK) << c.make;
     if (c.reference.empty()) {
-      EXPECT_TRUE(SameColors(*src, *ours)) << c.make;
+      EXPECT_TRUE(SameColors(src, ours)) << c.make;
     } else if (c.reference == "convert") {
-      ASSERT_TRUE(xfmt::ToolPnm("convert '" + x + "' ppm:-", dir, &ref)) << c.make;
-      EXPECT_TRUE(SameColors(*ref, *ours, 1)) << c.make;
+      ASSERT_TRUE(ToolPnm("convert '" + x + "' ppm:-", dir, &ref)) << c.make;
+      EXPECT_TRUE(SameColors(ref, ours, 1)) << c.make;
     } else {
-      ASSERT_TRUE(testutil::ReadPnm(c.reference, &ref)) << c.make;
-      EXPECT_TRUE(SameColors(*ref, *ours, 1)) << c.make;
+      ASSERT_TRUE(ReadPnm(c.reference, &ref)) << c.make;
+      EXPECT_TRUE(SameColors(ref, ours, 1)) << c.make;
     }
   }
 }
@@ -144,7 +135,7 @@ TEST(Xwd, DecodesByteOrdersDepthsAndFormats) {
     }
     px += std::string(2, '\0');  // bytes per line 12
   }
-  testutil::WriteFile(path, MakeXwd(Fields(2, 16, 5, 3, 0, 32, 0, 16, 12, 4, 0xf800, 0x7e0, 0x1f), {}, px));
+  WriteFile(path, MakeXwd(Fields(2, 16, 5, 3, 0, 32, 0, 16, 12, 4, 0xf800, 0x7e0, 0x1f), {}, px));
   Pic back;
   ASSERT_EQ(Load(path, &back), TSL_OK);
   ASSERT_EQ(back->color_model, TSL_RGB);
@@ -168,11 +159,11 @@ TEST(Xwd, DecodesByteOrdersDepthsAndFormats) {
     }
     px += '\0';
   }
-  testutil::WriteFile(path,
+  WriteFile(path,
                       MakeXwd(Fields(2, 24, 5, 3, 0, 32, 0, 24, 16, 4, 0xff0000, 0xff00, 0xff), {}, px, true));
   Pic le;
   ASSERT_EQ(Load(path, &le), TSL_OK);
-  EXPECT_TRUE(SamePixels(*src, *le));
+  EXPECT_TRUE(SamePixels(src, le));
 
   // XYPixmap of depth 2 with 16-bit units: LSB-first bits, MSB-first bytes.
   // Pixel x has value x % 4; plane 0 holds the high bits.
@@ -188,7 +179,7 @@ TEST(Xwd, DecodesByteOrdersDepthsAndFormats) {
         planes += static_cast<char>(u);
       }
     }
-  testutil::WriteFile(path, MakeXwd(Fields(1, 2, w, h, 1, 16, 0, 1, bpl, 3),
+  WriteFile(path, MakeXwd(Fields(1, 2, w, h, 1, 16, 0, 1, bpl, 3),
                                     {0x000000, 0xff0000, 0x00ff00, 0x0000ff}, planes));
   Pic xy;
   ASSERT_EQ(Load(path, &xy), TSL_OK);
@@ -204,23 +195,20 @@ TEST(Xwd, TruncatedAndAbsurdInput) {
   TempDir dir;
   Pic src(MakePicture(TSL_RGB, 40, 30, 2));
   const std::string good = dir.file("g.xwd");
-  ASSERT_EQ(Save(*src, good, "xwd"), TSL_OK);
-  const size_t size = ReadFile(good).size();
-  xfmt::ExpectTruncationHandled(good, dir, size - 1000);
-  Pic none;
-  xfmt::Truncate(good, dir.file("t.xwd"), 60);
-  EXPECT_NE(Load(dir.file("t.xwd"), &none, 0, xfmt::Format("xwd")), TSL_OK);
-
-  std::string d = ReadFile(good);
+  ASSERT_EQ(Save(good, src, "xwd"), TSL_OK);
+  const std::string d = ReadFile(good);
+  ExpectCutHandled(dir, good, d.size() - 1000, -1, 0, 0, 1);
+  int code;
+  LoadBytes(dir, d.substr(0, 60), &code, Fmt("xwd"));
+  EXPECT_NE(code, TSL_OK);
   auto patch = [&](int field, uint32_t v) {
     std::string x = d;
     for (int i = 0; i < 4; ++i) x[4 * field + i] = static_cast<char>(v >> (24 - 8 * i));
-    testutil::WriteFile(dir.file("bad.xwd"), x);
+    WriteFile(dir.file("bad.xwd"), x);
     Pic p;
-    TslFileInfo info;
-    int info_code = tslFileInformation(dir.file("bad.xwd").c_str(), xfmt::Format("xwd"), 0, &info);
-    tslFileInformationFree(&info);
-    int code = Load(dir.file("bad.xwd"), &p, TSL_FLAG_KEEP_DAMAGED, xfmt::Format("xwd"));
+    Info info;
+    const int info_code = FileInfo(dir.file("bad.xwd"), &info, Fmt("xwd"));
+    const int code = Load(dir.file("bad.xwd"), &p, 0, TSL_FLAG_KEEP_DAMAGED, Fmt("xwd"));
     EXPECT_TRUE(info_code == code || code == TSL_ERR_MEMORY);
     return code;
   };
@@ -237,11 +225,11 @@ TEST(Xwd, RealScreenDump) {
   if (!display || !*display || !HaveTool("xwd") || !HaveTool("xwdtopnm")) GTEST_SKIP() << "no test display";
   TempDir dir;
   const std::string path = dir.file("root.xwd");
-  ASSERT_EQ(xfmt::Sh("xwd -root -silent -display '" + std::string(display) + "' -out '" + path + "'"), 0);
+  ASSERT_EQ(Sh("xwd -root -silent -display '" + std::string(display) + "' -out '" + path + "'"), 0);
   Pic ours, ref;
   ASSERT_EQ(Load(path, &ours), TSL_OK);
-  ASSERT_TRUE(xfmt::ToolPnm("xwdtopnm '" + path + "'", dir, &ref));
-  EXPECT_TRUE(SameColors(*ref, *ours, 1));
+  ASSERT_TRUE(ToolPnm("xwdtopnm '" + path + "'", dir, &ref));
+  EXPECT_TRUE(SameColors(ref, ours, 1));
 }
 
 }  // namespace

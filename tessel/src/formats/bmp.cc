@@ -342,6 +342,8 @@ int loadBmp(const Source &src, TslPicture *pic, LoadContext &ctx) {
   if (h.compression == kBiRle4 || h.compression == kBiRle8) {
     code = h.data_offset < src.size ? decodeRle(src, h, pic, ctx) : TSL_ERR_READ;
     if (code == TSL_ERR_READ && ctx.keepDamaged()) code = TSL_OK;
+    // The end-of-bitmap code replaces the last row's end of line: report the whole.
+    if (code == TSL_OK) ctx.progress(h.height, h.height);
     return code;
   }
 
