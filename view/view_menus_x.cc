@@ -91,11 +91,16 @@ const Entry kGoMenu[] = {
     {"prev", "Previous File", nullptr, "Page Up", true, true},
     {"next", "Next File", nullptr, "Page Down", true, true},
     {"last", "Last File", nullptr, "End", true, true},
-    {nullptr, nullptr, nullptr, nullptr, false, false},
+};
+
+const Entry kPageMenu[] = {
     {"pageFirst", "First Page", nullptr, "Shift+Home", true, true},
     {"pagePrev", "Previous Page", nullptr, "Shift+Page Up", true, true},
     {"pageNext", "Next Page", nullptr, "Shift+Page Down", true, true},
     {"pageLast", "Last Page", nullptr, "Shift+End", true, true},
+    {nullptr, nullptr, nullptr, nullptr, false, false},
+    {"extract", "Extract Pages", nullptr, nullptr, true, true},
+    {"extractInto", "Extract Pages Into...", nullptr, nullptr, false, true},
 };
 
 const Entry kHelpMenu[] = {
@@ -113,7 +118,7 @@ struct MenuDef {
 #define MENU(n, l, m, e) {n, l, m, e, static_cast<int>(sizeof e / sizeof e[0])}
 const MenuDef kMenus[] = {
     MENU("File", "File", 'F', kFileMenu), MENU("Edit", "Edit", 'E', kEditMenu),
-    MENU("View", "View", 'V', kViewMenu), MENU("Go", "Go", 'G', kGoMenu),
+    MENU("View", "View", 'V', kViewMenu), MENU("Go", "Go", 'G', kGoMenu), MENU("Page", "Page", 'P', kPageMenu),
     MENU("Help", "Help", 'H', kHelpMenu),
 };
 #undef MENU

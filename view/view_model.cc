@@ -164,6 +164,15 @@ std::vector<TileRect> TilesForExpose(int org_x, int org_y, int view_w, int view_
   return tiles;
 }
 
+std::string ExtractFileName(const std::string &dir, const std::string &path, int page_index) {
+  std::string base = path.substr(path.find_last_of('/') + 1);
+  const size_t dot = base.find_last_of('.');
+  if (dot != std::string::npos && dot > 0) base.resize(dot);
+  std::vector<char> buf(dir.size() + base.size() + 32);
+  std::snprintf(buf.data(), buf.size(), "%s/%s_extract_%03d.ppm", dir.c_str(), base.c_str(), page_index + 1);
+  return buf.data();
+}
+
 int ScrollStep(int page) { return std::max(8, page / 10); }
 
 int ClampScroll(int pos, int view_size, int area_size) {

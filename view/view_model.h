@@ -90,6 +90,11 @@ struct TileRect {
 // right, cut at the picture's right and bottom edges.
 std::vector<TileRect> TilesForExpose(int org_x, int org_y, int view_w, int view_h, const TileRect &expose);
 
+// The file a page is extracted to: "%s/%s_extract_%03d.ppm" with the output
+// directory, the picture's file name without directory and extension, and
+// the page number counted from 1.
+std::string ExtractFileName(const std::string &dir, const std::string &path, int page_index);
+
 // Scroll step of ViewKeyScroll and the clamped new scroll position.
 int ScrollStep(int page);
 int ClampScroll(int pos, int view_size, int area_size);

@@ -944,10 +944,45 @@ void Bell() {
   if (App().dpy) XBell(App().dpy, 0);
 }
 
+// Writes every page of the view's file as a PPM file into the extraction
+// directory (Settings PathExtract; the picture's own directory when empty).
+void ExtractPages(ViewRecord *v) {
+  if (v->pages < 2) return Bell();
+  std::string dir = Settings().PathExtract;
+  if (dir.empty()) dir = v->path.substr(0, v->path.find_last_of('/'));
+  if (dir.empty()) dir = "/";
+  TslParams load, save;
+  tslDefaultParams(&load);
+  tslDefaultParams(&save);
+  load.format = v->format;
+  save.format = tslFormatGetIndex("ppm");
+  save.flags |= TSL_FLAG_SAVE;
+  SetBusy(v->shell, true);
+  for (int page = 0; page < v->pages; ++page) {
+    TslPicture pic{};
+    load.page = page;
+    int code = tslLoad(v->path.c_str(), &pic, &load);
+    const std::string out = ExtractFileName(dir, v->path, page);
+    if (code == 0) code = tslSave(out.c_str(), &pic, &save);
+    tslFree(&pic);
+    if (code != 0) {
+      SetBusy(v->shell, false);
+      ShowLoadError(v->shell, code == TSL_ERR_CREATE || code == TSL_ERR_WRITE ? out.c_str() : v->path.c_str(),
+                    code, nullptr);
+      return;
+    }
+  }
+  SetBusy(v->shell, false);
+}
+
 void DoCommand(ViewRecord *v, const char *word) {
   const int index = ViewCommandIndex(word);
   if (std::strcmp(word, "stopAnim") == 0) {
     if (v) StopAnimation(v);
+    return;
+  }
+  if (std::strcmp(word, "extract") == 0) {
+    if (v && !v->busy) ExtractPages(v);
     return;
   }
   if (index < 0) return;

@@ -324,6 +324,18 @@ TEST_F(ViewTest, PagesAndAnimation) {
   Key(shell, XK_End, ShiftMask);
   EXPECT_EQ(State(shell).page, 2);
   EXPECT_NE(Label(shell).find("Frame 3/3"), std::string::npos);
+  // The page menu's extraction writes every page as PPM.
+  const std::string out = dir_.file("pages");
+  mkdir(out.c_str(), 0755);
+  std::snprintf(Settings().PathExtract, sizeof Settings().PathExtract, "%s", out.c_str());
+  RunViewCommand(shell, "extract");
+  for (int i = 1; i <= 3; ++i) {
+    TslPicture page{};
+    EXPECT_TRUE(testutil::ReadPnm(out + "/anim_extract_00" + std::to_string(i) + ".ppm", &page)) << i;
+    EXPECT_EQ(page.width, 40u);
+    tslFree(&page);
+  }
+  Settings().PathExtract[0] = 0;
   RunViewCommand(shell, "close");
   Pump();
 

@@ -117,3 +117,9 @@ TEST(ViewCommands, TableIsUniqueAndOrdered) {
 
 }  // namespace
 }  // namespace quilla
+
+TEST(ViewExtract, FileNameTakesTheBaseNameAndCountsPagesFromOne) {
+  EXPECT_EQ(quilla::ExtractFileName("/out", "/pics/scan.v2.tif", 0), "/out/scan.v2_extract_001.ppm");
+  EXPECT_EQ(quilla::ExtractFileName("/out", "noext", 41), "/out/noext_extract_042.ppm");
+  EXPECT_EQ(quilla::ExtractFileName("/o", "/d/.hidden", 1000), "/o/.hidden_extract_1001.ppm");
+}
