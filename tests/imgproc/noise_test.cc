@@ -9,32 +9,13 @@
 #include "test_util.h"
 
 using namespace quilla;
-using testutil::MakePicture;
+using namespace testutil;
 
 namespace {
 
-// Same pixels and, for indexed pictures, the same 768 palette bytes.
-bool samePicture(const TslPicture &a, const TslPicture &b) {
-  if (!testutil::SamePixels(a, b)) return false;
-  if ((a.palette == nullptr) != (b.palette == nullptr)) return false;
-  return !a.palette || std::memcmp(a.palette, b.palette, 768) == 0;
-}
-
-struct Pic {
-  TslPicture p;
-  explicit Pic(const TslPicture &q) : p(q) {}
-  Pic() { std::memset(&p, 0, sizeof p); }
-  ~Pic() {
-    if (p.pixels) tslFree(&p);
-  }
-  Pic(const Pic &) = delete;
-  Pic &operator=(const Pic &) = delete;
-  Pic(Pic &&o) noexcept : p(o.p) { std::memset(&o.p, 0, sizeof o.p); }
-};
-
 Pic flat(int model, uint32_t w, uint32_t h, uint8_t v) {
   Pic p(MakePicture(model, w, h));
-  for (uint32_t y = 0; y < h; ++y) std::memset(p.p.pixels + y * p.p.bytes_per_line, v, p.p.bytes_per_line);
+  Fill(p, v);
   return p;
 }
 
@@ -81,8 +62,8 @@ TEST(AddNoise, SpreadFollowsTheAmountAndMeanIsKept) {
   };
   for (auto &k : cases) {
     Pic pic = flat(TSL_GREY, 200, 150, 128);
-    ASSERT_EQ(k.fn(&pic.p, nullptr, nullptr, amount(k.amount, 5)), kOpDone);
-    Stats s = stats(pic.p, 0);
+    ASSERT_EQ(k.fn(&pic, nullptr, nullptr, amount(k.amount, 5)), kOpDone);
+    Stats s = stats(pic, 0);
     EXPECT_NEAR(s.mean, 128.0, 0.6) << k.amount;
     EXPECT_NEAR(s.sd, k.sd, 0.08 * k.sd + 0.3) << k.amount;
   }
@@ -92,12 +73,12 @@ TEST(AddNoise, SeedsAreRepeatable) {
   for (OpFunc fn : {OpAddUniformNoise, OpAddGaussianNoise, OpAddLaplacianNoise, OpAddPoissonNoise}) {
     Pic src(MakePicture(TSL_RGB, 40, 30, 3));
     Pic a, b, c;
-    ASSERT_EQ(fn(&src.p, &a.p, nullptr, amount(0.5, 42)), kOpDone);
-    ASSERT_EQ(fn(&src.p, &b.p, nullptr, amount(0.5, 42)), kOpDone);
-    ASSERT_EQ(fn(&src.p, &c.p, nullptr, amount(0.5, 43)), kOpDone);
-    EXPECT_TRUE(samePicture(a.p, b.p));
-    EXPECT_FALSE(samePicture(a.p, c.p));
-    EXPECT_FALSE(samePicture(a.p, src.p));
+    ASSERT_EQ(fn(&src, &a, nullptr, amount(0.5, 42)), kOpDone);
+    ASSERT_EQ(fn(&src, &b, nullptr, amount(0.5, 42)), kOpDone);
+    ASSERT_EQ(fn(&src, &c, nullptr, amount(0.5, 43)), kOpDone);
+    EXPECT_TRUE(SamePicture(a, b));
+    EXPECT_FALSE(SamePicture(a, c));
+    EXPECT_FALSE(SamePicture(a, src));
   }
 }
 
@@ -105,19 +86,19 @@ TEST(AddNoise, ChannelsAreIndependentAndAlphaUntouched) {
   for (int model : {TSL_RGBA, TSL_ARGB, TSL_BGRA, TSL_ABGR}) {
     Pic pic = flat(model, 120, 100, 100);
     const int alpha = (model == TSL_ARGB || model == TSL_ABGR) ? 0 : 3;
-    ASSERT_EQ(OpAddGaussianNoise(&pic.p, nullptr, nullptr, amount(4.0)), kOpDone);
-    EXPECT_EQ(stats(pic.p, alpha).sd, 0.0);
-    EXPECT_EQ(stats(pic.p, alpha).mean, 100.0);
+    ASSERT_EQ(OpAddGaussianNoise(&pic, nullptr, nullptr, amount(4.0)), kOpDone);
+    EXPECT_EQ(stats(pic, alpha).sd, 0.0);
+    EXPECT_EQ(stats(pic, alpha).mean, 100.0);
     // Colour bytes all noisy, and not the same deviate for the three.
     int same = 0;
     for (int c = 0; c < 4; ++c)
       if (c != alpha) {
-        EXPECT_GT(stats(pic.p, c).sd, 15.0);
+        EXPECT_GT(stats(pic, c).sd, 15.0);
       }
     const int c1 = alpha == 0 ? 1 : 0, c2 = c1 + 1;
     for (uint32_t y = 0; y < 100; ++y)
       for (uint32_t x = 0; x < 120; ++x) {
-        const uint8_t *px = pic.p.pixels + y * pic.p.bytes_per_line + x * 4;
+        const uint8_t *px = pic->pixels + y * pic->bytes_per_line + x * 4;
         same += px[c1] == px[c2];
       }
     EXPECT_LT(same, 120 * 100 / 10);
@@ -125,31 +106,26 @@ TEST(AddNoise, ChannelsAreIndependentAndAlphaUntouched) {
 }
 
 TEST(AddNoise, KindsAndBounds) {
-  Pic bits(MakePicture(TSL_BINARY, 10, 10));
-  EXPECT_EQ(OpAddGaussianNoise(&bits.p, nullptr, nullptr, amount(1)), kOpNotBilevel);
-
   // Indexed pictures become RGB pictures of the same colours, plus noise.
   Pic idx(MakePicture(TSL_INDEXED, 50, 40, 9, 8));
-  Pic orig;
-  tslCopyPicture(&orig.p, &idx.p);
-  ASSERT_EQ(OpAddUniformNoise(&idx.p, nullptr, nullptr, amount(1.0)), kOpDone);
-  ASSERT_EQ(idx.p.color_model, TSL_RGB);
-  EXPECT_EQ(idx.p.palette, nullptr);
-  EXPECT_TRUE(testutil::SameColors(idx.p, orig.p, 3));
-  EXPECT_FALSE(testutil::SameColors(idx.p, orig.p, 0));
+  Pic orig = idx.clone();
+  ASSERT_EQ(OpAddUniformNoise(&idx, nullptr, nullptr, amount(1.0)), kOpDone);
+  ASSERT_EQ(idx->color_model, TSL_RGB);
+  EXPECT_EQ(idx->palette, nullptr);
+  EXPECT_TRUE(SameColors(idx, orig, 3));
+  EXPECT_FALSE(SameColors(idx, orig, 0));
 
   // Amounts outside the dialog bounds are refused before anything is done.
   Pic grey(MakePicture(TSL_GREY, 10, 10));
-  Pic before;
-  tslCopyPicture(&before.p, &grey.p);
-  EXPECT_EQ(OpAddUniformNoise(&grey.p, nullptr, nullptr, amount(0.0)), kOpEmptyRect);
-  EXPECT_EQ(OpAddUniformNoise(&grey.p, nullptr, nullptr, amount(50.5)), kOpEmptyRect);
-  EXPECT_EQ(OpAddGaussianNoise(&grey.p, nullptr, nullptr, amount(10.5)), kOpEmptyRect);
-  EXPECT_EQ(OpAddLaplacianNoise(&grey.p, nullptr, nullptr, amount(NAN)), kOpEmptyRect);
-  EXPECT_EQ(OpAddPoissonNoise(&grey.p, nullptr, nullptr, amount(1.5)), kOpEmptyRect);
-  EXPECT_TRUE(samePicture(grey.p, before.p));
-  EXPECT_EQ(OpAddUniformNoise(&grey.p, nullptr, nullptr, amount(50.0)), kOpDone);
-  EXPECT_EQ(OpAddPoissonNoise(&grey.p, nullptr, nullptr, amount(0.01)), kOpDone);
+  Pic before = grey.clone();
+  EXPECT_EQ(OpAddUniformNoise(&grey, nullptr, nullptr, amount(0.0)), kOpEmptyRect);
+  EXPECT_EQ(OpAddUniformNoise(&grey, nullptr, nullptr, amount(50.5)), kOpEmptyRect);
+  EXPECT_EQ(OpAddGaussianNoise(&grey, nullptr, nullptr, amount(10.5)), kOpEmptyRect);
+  EXPECT_EQ(OpAddLaplacianNoise(&grey, nullptr, nullptr, amount(NAN)), kOpEmptyRect);
+  EXPECT_EQ(OpAddPoissonNoise(&grey, nullptr, nullptr, amount(1.5)), kOpEmptyRect);
+  EXPECT_TRUE(SamePicture(grey, before));
+  EXPECT_EQ(OpAddUniformNoise(&grey, nullptr, nullptr, amount(50.0)), kOpDone);
+  EXPECT_EQ(OpAddPoissonNoise(&grey, nullptr, nullptr, amount(0.01)), kOpDone);
 }
 
 TEST(NoiseTables, PoissonRowsHaveTheirMeanAndVariance) {
@@ -179,69 +155,66 @@ TEST(ReduceNoise, RemovesImpulsesAndKeepsEdges) {
   const uint32_t w = 60, h = 40;
   for (int model : {TSL_GREY, TSL_RGB, TSL_BGRA}) {
     Pic clean(MakePicture(model, w, h));
-    const int bpp = clean.p.bytes_per_pixel;
+    const int bpp = clean->bytes_per_pixel;
     for (uint32_t y = 0; y < h; ++y)
       for (uint32_t x = 0; x < w; ++x)
         for (int c = 0; c < bpp; ++c)
-          clean.p.pixels[y * clean.p.bytes_per_line + x * bpp + c] =
+          clean->pixels[y * clean->bytes_per_line + x * bpp + c] =
               static_cast<uint8_t>((x < 30 ? 40 : 200) + y / 2 + c * 3);
-    Pic noisy;
-    tslCopyPicture(&noisy.p, &clean.p);
+    Pic noisy = clean.clone();
     NoiseRng rng(3);
     for (int i = 0; i < 120; ++i) {
       const uint32_t x = rng.below(w), y = rng.below(h);
       const int c = static_cast<int>(rng.below(std::min(bpp, 3)));
-      noisy.p.pixels[y * noisy.p.bytes_per_line + x * bpp + c] = (i & 1) ? 255 : 0;
+      noisy->pixels[y * noisy->bytes_per_line + x * bpp + c] = (i & 1) ? 255 : 0;
     }
-    const double before = testutil::MeanAbsDiff(noisy.p, clean.p);
-    ASSERT_EQ(OpReduceNoise(&noisy.p, nullptr, nullptr, OpParams()), kOpDone);
-    EXPECT_LT(testutil::MeanAbsDiff(noisy.p, clean.p), before / 5) << model;
+    const double before = MeanAbsDiff(noisy, clean);
+    ASSERT_EQ(OpReduceNoise(&noisy, nullptr, nullptr, OpParams()), kOpDone);
+    EXPECT_LT(MeanAbsDiff(noisy, clean), before / 5) << model;
 
     // The clean picture, edge and all, is left exactly as it is.
-    Pic copy;
-    tslCopyPicture(&copy.p, &clean.p);
-    ASSERT_EQ(OpReduceNoise(&copy.p, nullptr, nullptr, OpParams()), kOpDone);
-    EXPECT_TRUE(samePicture(copy.p, clean.p));
+    Pic copy = clean.clone();
+    ASSERT_EQ(OpReduceNoise(&copy, nullptr, nullptr, OpParams()), kOpDone);
+    EXPECT_TRUE(SamePicture(copy, clean));
   }
 }
 
 TEST(ReduceNoise, AlphaIsNotTouchedAndCornersAreCleaned) {
   Pic pic = flat(TSL_RGBA, 8, 8, 50);
-  pic.p.pixels[3] = 255;    // alpha of the corner pixel: not noise
-  pic.p.pixels[0] = 255;    // red of the corner pixel: an impulse
-  pic.p.pixels[4 * 4 + 3 * pic.p.bytes_per_line + 1] = 0;  // green of (4, 3)
-  ASSERT_EQ(OpReduceNoise(&pic.p, nullptr, nullptr, OpParams()), kOpDone);
-  EXPECT_EQ(pic.p.pixels[0], 50);
-  EXPECT_EQ(pic.p.pixels[3], 255);
-  EXPECT_EQ(pic.p.pixels[4 * 4 + 3 * pic.p.bytes_per_line + 1], 50);
+  pic->pixels[3] = 255;    // alpha of the corner pixel: not noise
+  pic->pixels[0] = 255;    // red of the corner pixel: an impulse
+  pic->pixels[4 * 4 + 3 * pic->bytes_per_line + 1] = 0;  // green of (4, 3)
+  ASSERT_EQ(OpReduceNoise(&pic, nullptr, nullptr, OpParams()), kOpDone);
+  EXPECT_EQ(pic->pixels[0], 50);
+  EXPECT_EQ(pic->pixels[3], 255);
+  EXPECT_EQ(pic->pixels[4 * 4 + 3 * pic->bytes_per_line + 1], 50);
 }
 
 TEST(ReduceNoise, IndexedAndBilevelLoseIsolatedPixels) {
   Pic idx = flat(TSL_INDEXED, 9, 9, 3);
-  for (int k = 0; k < 768; ++k) idx.p.palette[k] = static_cast<uint8_t>(k * 7);
-  Pic pal;
-  tslCopyPicture(&pal.p, &idx.p);
-  idx.p.pixels[4 * idx.p.bytes_per_line + 4] = 7;                         // isolated
-  idx.p.pixels[1 * idx.p.bytes_per_line + 1] = 9;                         // a pair: kept
-  idx.p.pixels[1 * idx.p.bytes_per_line + 2] = 9;
-  ASSERT_EQ(OpReduceNoise(&idx.p, nullptr, nullptr, OpParams()), kOpDone);
-  EXPECT_EQ(idx.p.pixels[4 * idx.p.bytes_per_line + 4], 3);
-  EXPECT_EQ(idx.p.pixels[1 * idx.p.bytes_per_line + 1], 9);
-  EXPECT_EQ(idx.p.pixels[1 * idx.p.bytes_per_line + 2], 9);
-  EXPECT_EQ(std::memcmp(idx.p.palette, pal.p.palette, 768), 0);
+  for (int k = 0; k < 768; ++k) idx->palette[k] = static_cast<uint8_t>(k * 7);
+  Pic pal = idx.clone();
+  idx->pixels[4 * idx->bytes_per_line + 4] = 7;                         // isolated
+  idx->pixels[1 * idx->bytes_per_line + 1] = 9;                         // a pair: kept
+  idx->pixels[1 * idx->bytes_per_line + 2] = 9;
+  ASSERT_EQ(OpReduceNoise(&idx, nullptr, nullptr, OpParams()), kOpDone);
+  EXPECT_EQ(idx->pixels[4 * idx->bytes_per_line + 4], 3);
+  EXPECT_EQ(idx->pixels[1 * idx->bytes_per_line + 1], 9);
+  EXPECT_EQ(idx->pixels[1 * idx->bytes_per_line + 2], 9);
+  EXPECT_EQ(std::memcmp(idx->palette, pal->palette, 768), 0);
 
   Pic bits = flat(TSL_BINARY, 12, 5, 0);
-  SetBit(bits.p.pixels + 2 * bits.p.bytes_per_line, 6, 1);
-  SetBit(bits.p.pixels, 11, 1);  // top-right corner dot
-  ASSERT_EQ(OpReduceNoise(&bits.p, nullptr, nullptr, OpParams()), kOpDone);
+  SetBit(bits->pixels + 2 * bits->bytes_per_line, 6, 1);
+  SetBit(bits->pixels, 11, 1);  // top-right corner dot
+  ASSERT_EQ(OpReduceNoise(&bits, nullptr, nullptr, OpParams()), kOpDone);
   for (uint32_t y = 0; y < 5; ++y)
-    for (int x = 0; x < 12; ++x) EXPECT_EQ(GetBit(bits.p.pixels + y * bits.p.bytes_per_line, x), 0) << x << "," << y;
+    for (int x = 0; x < 12; ++x) EXPECT_EQ(GetBit(bits->pixels + y * bits->bytes_per_line, x), 0) << x << "," << y;
 
   // A 1x2 picture: one neighbour each, nothing can be judged.
   Pic two(MakePicture(TSL_GREY, 1, 2));
-  two.p.pixels[0] = 10;
-  two.p.pixels[two.p.bytes_per_line] = 200;
-  ASSERT_EQ(OpReduceNoise(&two.p, nullptr, nullptr, OpParams()), kOpDone);
-  EXPECT_EQ(two.p.pixels[0], 10);
-  EXPECT_EQ(two.p.pixels[two.p.bytes_per_line], 200);
+  two->pixels[0] = 10;
+  two->pixels[two->bytes_per_line] = 200;
+  ASSERT_EQ(OpReduceNoise(&two, nullptr, nullptr, OpParams()), kOpDone);
+  EXPECT_EQ(two->pixels[0], 10);
+  EXPECT_EQ(two->pixels[two->bytes_per_line], 200);
 }

@@ -119,6 +119,16 @@ inline int Gauss(const TslPicture &p, int x, int y, int c, int n, const std::vec
   return std::min<long>(sum >> 11, 255);
 }
 
+inline int Maximum(const TslPicture &p, int x, int y, int c, int n) {
+  std::vector<int> v = Window(p, x, y, c, n);
+  return *std::max_element(v.begin(), v.end());
+}
+
+inline int Minimum(const TslPicture &p, int x, int y, int c, int n) {
+  std::vector<int> v = Window(p, x, y, c, n);
+  return *std::min_element(v.begin(), v.end());
+}
+
 inline int MedianBox(const TslPicture &p, int x, int y, int c, int n) {
   std::vector<int> v = Window(p, x, y, c, n);
   std::sort(v.begin(), v.end());
