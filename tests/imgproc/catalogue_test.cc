@@ -110,30 +110,26 @@ TEST(Catalogue, CommandLineDecodesEachKind) {
 }
 
 TEST(Catalogue, RunListInOrder) {
-  TslPicture p = testutil::MakePicture(TSL_GREY, 3, 2);
-  std::memset(p.pixels, 100, static_cast<size_t>(p.bytes_per_line) * p.height);
+  testutil::Pic p(testutil::MakePicture(TSL_GREY, 3, 2));
+  testutil::Fill(p, 100);
   OpProcessList list;
   OpProcess b = OpDefaultProcess(OpCatalogueFind("-brightness", nullptr));
   b.params.i[0] = 200;
-  list.push_back(b);                                          // 100 -> 255
+  list.push_back(b);                                                      // 100 -> 255
   list.push_back(OpDefaultProcess(OpCatalogueFind("-negate", nullptr)));  // 255 -> 0
   b.params.i[0] = 7;
   list.push_back(b);  // 0 -> 7
   EXPECT_EQ(OpRunProcessList(&p, list), kOpDone);
-  EXPECT_EQ(p.pixels[0], 7);
+  EXPECT_EQ(p->pixels[0], 7);
   // A refused entry is reported, and the rest of the list still runs.
   OpProcess bad;
   bad.index = 99;
   list.insert(list.begin(), bad);
-  std::memset(p.pixels, 100, static_cast<size_t>(p.bytes_per_line) * p.height);
+  testutil::Fill(p, 100);
   EXPECT_EQ(OpRunProcessList(&p, list), kOpEmptyRect);
-  EXPECT_EQ(p.pixels[0], 7);
-  tslFree(&p);
-
-  TslPicture bin = testutil::MakePicture(TSL_BINARY, 8, 1);
-  const OpProcessList sharpen = {OpDefaultProcess(OpCatalogueFind("-sharpen", nullptr))};
-  EXPECT_EQ(OpRunProcessList(&bin, sharpen), kOpNotBilevel);
-  tslFree(&bin);
+  EXPECT_EQ(p->pixels[0], 7);
+  testutil::Pic bin(testutil::MakePicture(TSL_BINARY, 8, 1));
+  EXPECT_EQ(OpRunProcessList(&bin, {OpDefaultProcess(OpCatalogueFind("-sharpen", nullptr))}), kOpNotBilevel);
 }
 
 }  // namespace

@@ -12,6 +12,7 @@
 #include "test_util.h"
 
 using namespace quilla;
+using namespace testutil;
 
 namespace {
 
@@ -60,13 +61,13 @@ TEST(UserFilterFormat, WritesRuns) {
 }
 
 TEST(UserFilterFile, LongLinesAreReadInPieces) {
-  testutil::TempDir dir;
+  TempDir dir;
   // 12 characters of head, then "10 " 49 times: only the first 127
   // characters form the filter line, the rest is a line without a bar.
   std::string line = "Long|7 1 0| ";
   ASSERT_EQ(line.size(), 12u);
   for (int k = 0; k < 49; ++k) line += "10 ";
-  testutil::WriteFile(dir.file("u.dat"), "anything at all\n" + line + "\nB | 3 1 0 | 2\n");
+  WriteFile(dir.file("u.dat"), "anything at all\n" + line + "\nB | 3 1 0 | 2\n");
   UserFilterList list;
   ASSERT_EQ(ReadUserFilterFile(dir.file("u.dat").c_str(), &list), 1);
   ASSERT_EQ(list.count(), 2);
@@ -79,7 +80,7 @@ TEST(UserFilterFile, LongLinesAreReadInPieces) {
 }
 
 TEST(UserFilterFile, LoadListOperationsAndSave) {
-  testutil::TempDir dir;
+  TempDir dir;
   const std::string home = dir.path();
   const std::string def = dir.file("default.dat");
   UserFilterList list;
@@ -87,7 +88,7 @@ TEST(UserFilterFile, LoadListOperationsAndSave) {
   EXPECT_EQ(list.count(), 0);
   EXPECT_EQ(list.path, home + "/.quilla/udf.dat");
 
-  testutil::WriteFile(def, std::string(kUserFilterHeader) + "Zeta | 3 1 0 | 0x4 1 0x4\nAlpha | 5 25 0 | 1x25\n");
+  WriteFile(def, std::string(kUserFilterHeader) + "Zeta | 3 1 0 | 0x4 1 0x4\nAlpha | 5 25 0 | 1x25\n");
   ASSERT_EQ(LoadUserFilters(home.c_str(), &list, {dir.file("missing.dat"), def}), 1);
   ASSERT_EQ(list.count(), 2);
   EXPECT_STREQ(list.filters[0].name, "Alpha ");
@@ -110,7 +111,7 @@ TEST(UserFilterFile, LoadListOperationsAndSave) {
   ASSERT_EQ(SaveUserFilters(&list), 1);
   EXPECT_EQ(testing::internal::GetCapturedStdout(), "Saving : <" + home + "/.quilla/udf.dat>\n");
   EXPECT_EQ(list.count(), 0);
-  EXPECT_EQ(testutil::ReadFile(home + "/.quilla/udf.dat"),
+  EXPECT_EQ(ReadFile(home + "/.quilla/udf.dat"),
             "# Quilla UDF v1.0 (do not edit)\nBeta | 3 1 0 | 0x4 1 0x4 \nMiddle | 3 1 0 | 0x4 1 0x4 \n");
 
   // The user's file now wins over the default; an unmodified list is not written.
@@ -139,24 +140,22 @@ TEST(UserFilterFile, ShippedDefaultListParses) {
 }
 
 TEST(UserFilterApply, MatchesFixedKernelsAndFormula) {
-  TslPicture src = testutil::MakePicture(TSL_RGB, 19, 11, 4);
+  Pic src(MakePicture(TSL_RGB, 19, 11, 4));
   // A user filter with a fixed kernel's weights gives the same picture.
   for (int k = 0; k < kFixedKernelCount; ++k) {
     UserFilter f{};
     f.size = 3;
     f.divisor = static_cast<int16_t>(FixedKernels[k].divisor);
     f.bias = static_cast<int16_t>(FixedKernels[k].bias);
-    for (int i = 0; i < 9; ++i) f.values[i] = static_cast<int16_t>(FixedKernels[k].weight[i]);
-    TslPicture a{}, b{};
+    std::copy(FixedKernels[k].weight, FixedKernels[k].weight + 9, f.values);
+    Pic a, b;
     ASSERT_EQ(ApplyUserFilter(&src, &a, nullptr, f), kOpDone);
     ASSERT_EQ(ApplyKernel3(&src, &b, nullptr, k), kOpDone);
-    EXPECT_TRUE(testutil::SamePixels(a, b)) << k;
-    tslFree(&a);
-    tslFree(&b);
+    EXPECT_TRUE(SamePixels(a, b)) << k;
   }
   // 5x5 and 7x7 with negative divisors and large weights, against the formula.
   const OpRect rect{2, 1, 30, 8};
-  for (int size : {5, 7}) {
+  for (int size : {5, 7})
     for (int divisor : {-3, 7, -1}) {
       UserFilter f{};
       f.size = static_cast<int16_t>(size);
@@ -164,28 +163,21 @@ TEST(UserFilterApply, MatchesFixedKernelsAndFormula) {
       f.bias = 40;
       std::mt19937 rng(static_cast<uint32_t>(size * 100 + divisor + 50));
       for (int i = 0; i < size * size; ++i) f.values[i] = static_cast<int16_t>(static_cast<int>(rng() % 2001) - 1000);
-      int w[49];
-      for (int i = 0; i < 49; ++i) w[i] = f.values[i];
-      TslPicture expect{}, work{};
+      const std::vector<int> w(f.values, f.values + 49);
+      Pic expect, work = src.clone();
       reference::Filter(src, &rect, &expect, [&](int x, int y, int c) {
-        return reference::Convolve(src, x, y, c, size, w, divisor, 40);
+        return reference::Convolve(src, x, y, c, size, w.data(), divisor, 40);
       });
-      tslCopyPicture(&work, &src);
       ASSERT_EQ(ApplyUserFilter(&work, nullptr, &rect, f), kOpDone);
-      EXPECT_TRUE(testutil::SamePixels(work, expect)) << size << " " << divisor;
-      tslFree(&expect);
-      tslFree(&work);
+      EXPECT_TRUE(SamePixels(work, expect)) << size << " " << divisor;
     }
-  }
   UserFilter bad{};
   bad.size = 8;
   bad.divisor = 1;
   EXPECT_EQ(ApplyUserFilter(&src, nullptr, nullptr, bad), kOpEmptyRect);
-  tslFree(&src);
-  TslPicture bin = testutil::MakePicture(TSL_BINARY, 4, 4);
+  Pic bin(MakePicture(TSL_BINARY, 4, 4));
   bad.size = 3;
   EXPECT_EQ(ApplyUserFilter(&bin, nullptr, nullptr, bad), kOpNotBilevel);
-  tslFree(&bin);
 }
 
 }  // namespace

@@ -122,47 +122,28 @@ TEST(Xwd, ReadsImageMagickAndNetpbmDumps) {
 
 TEST(Xwd, DecodesByteOrdersDepthsAndFormats) {
   TempDir dir;
-  const std::string path = dir.file("h.xwd");
+  int code;
   Pic src(MakePicture(TSL_RGB, 5, 3, 9));
-  // 16 bits per pixel, 5-6-5 TrueColor, least significant byte first.
-  std::string px;
+  // 16 bits per pixel, 5-6-5 TrueColor, least significant byte first (bytes
+  // per line 12); then 24 bits, little-endian pixels and header (16 bytes per line).
+  std::string px16, px24;
   for (uint32_t y = 0; y < 3; ++y) {
     for (uint32_t x = 0; x < 5; ++x) {
-      const uint8_t *c = src->pixels + y * src->bytes_per_line + 3 * x;
-      uint32_t v = (c[0] >> 3) << 11 | (c[1] >> 2) << 5 | c[2] >> 3;
-      px += static_cast<char>(v);
-      px += static_cast<char>(v >> 8);
+      const uint32_t v = (Px(src, x, y, 0) >> 3) << 11 | (Px(src, x, y, 1) >> 2) << 5 | Px(src, x, y, 2) >> 3;
+      px16 += Le16(v);
+      px24 += {char(Px(src, x, y, 2)), char(Px(src, x, y, 1)), char(Px(src, x, y, 0))};
     }
-    px += std::string(2, '\0');  // bytes per line 12
+    px16 += std::string(2, '\0');
+    px24 += '\0';
   }
-  WriteFile(path, MakeXwd(Fields(2, 16, 5, 3, 0, 32, 0, 16, 12, 4, 0xf800, 0x7e0, 0x1f), {}, px));
-  Pic back;
-  ASSERT_EQ(Load(path, &back), TSL_OK);
+  Pic back = LoadBytes(dir, MakeXwd(Fields(2, 16, 5, 3, 0, 32, 0, 16, 12, 4, 0xf800, 0x7e0, 0x1f), {}, px16), &code);
+  ASSERT_EQ(code, TSL_OK);
   ASSERT_EQ(back->color_model, TSL_RGB);
   for (uint32_t y = 0; y < 3; ++y)
-    for (uint32_t x = 0; x < 5; ++x) {
-      const uint8_t *c = src->pixels + y * src->bytes_per_line + 3 * x;
-      const uint8_t *b = back->pixels + y * back->bytes_per_line + 3 * x;
-      EXPECT_NEAR(b[0], c[0], 8);
-      EXPECT_NEAR(b[1], c[1], 4);
-      EXPECT_NEAR(b[2], c[2], 8);
-    }
-
-  // 24 bits per pixel, little-endian pixels, little-endian header.
-  px.clear();
-  for (uint32_t y = 0; y < 3; ++y) {
-    for (uint32_t x = 0; x < 5; ++x) {
-      const uint8_t *c = src->pixels + y * src->bytes_per_line + 3 * x;
-      px += static_cast<char>(c[2]);
-      px += static_cast<char>(c[1]);
-      px += static_cast<char>(c[0]);
-    }
-    px += '\0';
-  }
-  WriteFile(path,
-                      MakeXwd(Fields(2, 24, 5, 3, 0, 32, 0, 24, 16, 4, 0xff0000, 0xff00, 0xff), {}, px, true));
-  Pic le;
-  ASSERT_EQ(Load(path, &le), TSL_OK);
+    for (uint32_t x = 0; x < 5; ++x)
+      for (int c = 0; c < 3; ++c) EXPECT_NEAR(Px(back, x, y, c), Px(src, x, y, c), c == 1 ? 4 : 8);
+  Pic le = LoadBytes(dir, MakeXwd(Fields(2, 24, 5, 3, 0, 32, 0, 24, 16, 4, 0xff0000, 0xff00, 0xff), {}, px24, true), &code);
+  ASSERT_EQ(code, TSL_OK);
   EXPECT_TRUE(SamePixels(src, le));
 
   // XYPixmap of depth 2 with 16-bit units: LSB-first bits, MSB-first bytes.
@@ -174,15 +155,11 @@ TEST(Xwd, DecodesByteOrdersDepthsAndFormats) {
       uint32_t units[2] = {0, 0};
       for (uint32_t x = 0; x < w; ++x)
         if (((x % 4) >> (1 - plane)) & 1) units[x / 16] |= 1u << (x % 16);
-      for (uint32_t u : units) {
-        planes += static_cast<char>(u >> 8);
-        planes += static_cast<char>(u);
-      }
+      for (uint32_t u : units) planes += {char(u >> 8), char(u)};
     }
-  WriteFile(path, MakeXwd(Fields(1, 2, w, h, 1, 16, 0, 1, bpl, 3),
-                                    {0x000000, 0xff0000, 0x00ff00, 0x0000ff}, planes));
-  Pic xy;
-  ASSERT_EQ(Load(path, &xy), TSL_OK);
+  Pic xy = LoadBytes(dir, MakeXwd(Fields(1, 2, w, h, 1, 16, 0, 1, bpl, 3), {0x000000, 0xff0000, 0x00ff00, 0x0000ff}, planes),
+                     &code);
+  ASSERT_EQ(code, TSL_OK);
   ASSERT_EQ(xy->color_model, TSL_INDEXED);
   EXPECT_EQ(xy->colors, 4);
   for (uint32_t y = 0; y < h; ++y)
