@@ -375,14 +375,27 @@ TEST(PixelMoves, SliceAndShearRotateEachRowSegment) {
   }
 }
 
-TEST(PixelMoves, ShearMovesTopRowsRightAndKeepsTheMiddle) {
-  Pic src(MakePicture(TSL_GREY, 50, 21));
-  for (uint32_t y = 0; y < 21; ++y)
-    for (uint32_t x = 0; x < 50; ++x) src->pixels[y * src->bytes_per_line + x] = static_cast<uint8_t>(x * 5);
-  ASSERT_EQ(OpShear(&src, nullptr, nullptr, OpParams()), kOpDone);
-  EXPECT_EQ(src->pixels[10 * src->bytes_per_line + 0], 0);  // middle row stays
-  EXPECT_EQ(src->pixels[0 * src->bytes_per_line + 2], 0);   // top row: 10 rows up -> 2 right
-  EXPECT_EQ(src->pixels[20 * src->bytes_per_line + 48], 0);  // bottom row: 2 left
+TEST(PixelMoves, ExactShiftsOfSliceAndShear) {
+  // Column-coded rows (value 4 x) show each row's shift.  Shear: round(t / 10)
+  // pixels to the right, t being twice the distance above the middle row.
+  // Slice: strips of max(2, h / 16) rows go max(1, w / 20) pixels right and
+  // left in turn.
+  const OpRect r{2, 1, 48, 37};
+  for (OpFunc fn : {OpShear, OpSlice}) {
+    Pic src(MakePicture(TSL_GREY, 52, 40));
+    for (uint32_t y = 0; y < 40; ++y)
+      for (uint32_t x = 0; x < 52; ++x) RowOf(&src, y)[x] = static_cast<uint8_t>(x * 4);
+    Pic orig = src.clone();
+    ASSERT_EQ(fn(&src, nullptr, &r, OpParams()), kOpDone);
+    for (int y = 0; y < r.height; ++y) {
+      const int shift = fn == OpShear ? static_cast<int>(std::floor((r.height - 1 - 2 * y) / 10.0 + 0.5))
+                                      : ((y / 2) % 2 ? -2 : 2);
+      for (int x = 0; x < r.width; ++x)
+        ASSERT_EQ(Px(src, r.x + x, r.y + y), Px(orig, r.x + ((x - shift) % r.width + r.width) % r.width, r.y + y))
+            << (fn == OpShear ? "shear" : "slice") << " row " << y;
+    }
+    EXPECT_TRUE(sameOutside(src, orig, r));
+  }
 }
 
 TEST(PixelMoves, TileRepeatsTheReducedPicture) {
@@ -552,6 +565,19 @@ TEST(Distortions, LensMagnifiesTheCentreOnly) {
     EXPECT_GT(whiteCount(src), 4 * whiteCount(orig)) << model;
     EXPECT_EQ(src->color_model, model);
     EXPECT_EQ(rawAt(src, 0, 0), rawAt(orig, 0, 0));
+  }
+  // On a wide rectangle only the circle inscribed in it (radius: half the
+  // height) moves, for the lens and the swirl alike.
+  for (OpFunc fn : {OpLens, OpSwirl}) {
+    Pic wide(MakePicture(TSL_RGB, 60, 20, 4));
+    Pic orig = wide.clone();
+    ASSERT_EQ(fn(&wide, nullptr, nullptr, ints(90)), kOpDone);
+    for (uint32_t y = 0; y < 20; ++y)
+      for (uint32_t x = 0; x < 60; ++x)
+        if (std::hypot(x - 29.5, y - 9.5) >= 10) {
+          ASSERT_EQ(rawAt(wide, x, y), rawAt(orig, x, y)) << x << "," << y;
+        }
+    EXPECT_FALSE(SamePicture(wide, orig));
   }
 }
 
