@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <set>
 #include <string>
 #include <vector>
@@ -63,25 +62,6 @@ TEST(IconData, BuiltInIconsParseWithEveryPixelAccountedFor) {
   }
 }
 
-TEST(IconData, PointsComeRowByRowPerColour) {
-  IconImage img;
-  std::string err;
-  ASSERT_TRUE(Parse(Compact(3, 2, ' ', {C("a\x01\x02\x03"), C("b\xff\x00\x80")}, "ab  ba"), &img, &err)) << err;
-  ASSERT_EQ(img.colours.size(), 2u);
-  const IconColour &a = img.colours[0], &b = img.colours[1];
-  EXPECT_EQ(a.blue, 3);
-  EXPECT_EQ(b.red, 0xff);
-  EXPECT_EQ(b.blue, 0x80);
-  ASSERT_EQ(a.points.size(), 2u);
-  EXPECT_EQ(a.points[0].x, 0);
-  EXPECT_EQ(a.points[0].y, 0);
-  EXPECT_EQ(a.points[1].x, 2);
-  EXPECT_EQ(a.points[1].y, 1);
-  ASSERT_EQ(b.points.size(), 2u);
-  EXPECT_EQ(b.points[1].x, 1);
-  EXPECT_EQ(b.points[1].y, 1);
-}
-
 TEST(IconData, MalformedFormsAreRefused) {
   IconImage img;
   std::string err;
@@ -119,23 +99,6 @@ TEST(IconSize, SixtyFourOnlyWhenAnEntryAllowsIt) {
   EXPECT_EQ(ChooseIconSize({{65, 16, 128, 128}}), 32);   // minimum width too large
   EXPECT_EQ(ChooseIconSize({{16, 16, 128, 63}}), 32);    // maximum height too small
   EXPECT_EQ(ChooseIconSize({{16, 16, 32, 32}, {48, 48, 96, 96}}), 64);
-}
-
-TEST(CursorBitmaps, HotSpotInsideAndSourceWithinMask) {
-  for (int i = 0; i < 2; ++i) {
-    const CursorBitmap &c = SharedCursorBitmap(i);
-    EXPECT_TRUE(c.hot_x >= 0 && c.hot_x < 32 && c.hot_y >= 0 && c.hot_y < 32);
-    int bits = 0;
-    for (int k = 0; k < 128; ++k) {
-      EXPECT_EQ(c.source[k] & ~c.mask[k], 0) << "cursor " << i << " byte " << k;
-      bits += __builtin_popcount(c.source[k]);
-    }
-    EXPECT_GT(bits, 50);
-  }
-  // X bitmap order: the crosshair's leftmost foreground pixel of row 15 is
-  // column 1, the second bit of the row's first byte.
-  EXPECT_EQ(SharedCursorBitmap(1).source[15 * 4] & 0x03, 0x02);
-  EXPECT_NE(std::memcmp(SharedCursorBitmap(0).source, SharedCursorBitmap(1).source, 128), 0);
 }
 
 }  // namespace
