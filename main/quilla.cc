@@ -123,11 +123,7 @@ int main(int argc, char **argv) {
 
   // 4. Banner.
   for (const std::string &line : BannerLines()) Out(line);
-  {
-    char line[PATH_MAX + 64];
-    std::snprintf(line, sizeof line, "     Type %s -help, for more information\n", argv[0]);
-    Out(line);
-  }
+  Out(std::string("     Type ") + argv[0] + " -help, for more information\n");
 
   // 5. Signal handlers.
   AppState &app = App();
