@@ -31,6 +31,10 @@ AppState &App();
 // BrowserDoPopup, UrlClick, FilelistDoCommand, DoBubble in that order.
 void RegisterActions(XtAppContext app);
 
+// The signal handlers: SIGINT (three strikes), SIGFPE/SIGBUS/SIGSEGV,
+// SIGALRM, with one-shot semantics.
+void InstallSignalHandlers();
+
 // Sets the window icon on a shell (no-op before the icon is built).
 void SetWindowIcon(Widget shell);
 

@@ -26,10 +26,6 @@
 #include "tessel.h"
 #include "view/view_x.h"
 
-namespace quilla {
-// In core/app_x.cc: SIGINT (three strikes), SIGFPE/SIGBUS/SIGSEGV, SIGALRM.
-void InstallSignalHandlers();
-}  // namespace quilla
 
 using namespace quilla;
 
