@@ -58,6 +58,7 @@ struct ViewState {
   uint32_t width = 0, height = 0;
   int color_model = 0;
   bool modified = false, full_screen = false, picker = false, show_mask = false, animating = false;
+  bool preview = false;  // a reduced first decode is shown; the full picture follows
 };
 // The state of the view holding `w`; false when `w` is in no view.
 bool GetViewState(Widget w, ViewState *out);

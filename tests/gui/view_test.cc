@@ -428,3 +428,41 @@ TEST_F(ViewTest, OnlyOneViewLoadsIntoTheOpenWindowAndPickerFollowsThePointer) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST_F(ViewTest, LargeJpegShowsAReducedFirstPaintThenTheFullPicture) {
+  Open("QUILLA_TEST_DISPLAY");
+  const int sw = DisplayWidth(dpy_, App().screen), sh = DisplayHeight(dpy_, App().screen);
+  TslPicture big = testutil::MakePicture(TSL_RGB, sw * 3, sh * 3, 11);
+  TslParams params;
+  tslDefaultParams(&params);
+  params.format = tslFormatGetIndex("jpeg");
+  params.quality = 90;
+  const std::string path = dir_.file("big.jpg");
+  ASSERT_EQ(tslSave(path.c_str(), &big, &params), 0);
+  tslFree(&big);
+  Widget shell = OpenViewOnFile(App().shell, path.c_str(), 0);
+  ASSERT_NE(shell, nullptr);
+  ViewState first = State(shell);
+  EXPECT_TRUE(first.preview);
+  EXPECT_LT(first.width, static_cast<uint32_t>(sw));  // decoded at the displayed size
+  EXPECT_NE(Label(shell).find(std::to_string(sw * 3) + "x" + std::to_string(sh * 3)), std::string::npos);
+  RunFor(300);  // the first paint, then the full load
+  ViewState full = State(shell);
+  EXPECT_FALSE(full.preview);
+  EXPECT_EQ(full.width, static_cast<uint32_t>(sw * 3));
+  EXPECT_DOUBLE_EQ(full.zoom, first.zoom);
+  EXPECT_EQ(full.view_w, first.view_w);
+  // A command on a view still showing the reduced picture works on the full one.
+  RunViewCommand(shell, "close");
+  Pump();
+  shell = OpenViewOnFile(App().shell, path.c_str(), 0);
+  ASSERT_NE(shell, nullptr);
+  ASSERT_TRUE(State(shell).preview);
+  RunViewCommand(shell, "rotateLeft");
+  EXPECT_FALSE(State(shell).preview);
+  EXPECT_EQ(State(shell).width, static_cast<uint32_t>(sh * 3));
+}
+
+}  // namespace
