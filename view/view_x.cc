@@ -280,7 +280,7 @@ void ScheduleFrame(ViewRecord *v);
 
 // A reduced first decode pays when the codec can scale while decoding
 // (JPEG) and the picture opens at less than half its size.
-bool WantPreview(const ViewRecord *v, const TslFileInfo &info, double *zoom) {
+bool WantPreview(const ViewRecord *v, const TslFileInfo &info, FitResult *fit) {
   const char *name = tslFormatGetName(info.format);
   if (!name || std::strcmp(name, "jpeg") != 0 || App().own_colormap) return false;
   const int mode = Settings().View.Fit;
@@ -288,10 +288,8 @@ bool WantPreview(const ViewRecord *v, const TslFileInfo &info, double *zoom) {
   if (v->shell && Settings().View.KeepZoomFactor) return false;
   int rw, rh;
   ScreenRoom(v, &rw, &rh);
-  FitResult f = ComputeFit(mode, info.width, info.height, rw, rh, rw, rh);
-  if (f.zoom >= 50.0) return false;
-  *zoom = f.zoom;
-  return true;
+  *fit = ComputeFit(mode, info.width, info.height, rw, rh, rw, rh);
+  return fit->zoom < 50.0;
 }
 
 // Replaces the reduced first picture with the full one.  The reduced one is
@@ -342,10 +340,9 @@ int LoadInto(ViewRecord *v, const char *path, int page, bool report) {
   const bool have_info = tslFileInformation(path, -1, page, &info) == 0;
   TslPicture pic{};
   double preview_zoom = 0;
-  if (have_info && WantPreview(v, info, &preview_zoom)) {
-    int rw, rh;
-    ScreenRoom(v, &rw, &rh);
-    FitResult f = ComputeFit(Settings().View.Fit, info.width, info.height, rw, rh, rw, rh);
+  FitResult f;
+  if (have_info && WantPreview(v, info, &f)) {
+    preview_zoom = f.zoom;
     LoadRequest req;
     FillLoadRequest(Settings(), info.format, page, App().verbose, &req);
     req.params.target_width = f.view_w;
@@ -417,22 +414,16 @@ void AnimationTick(XtPointer client, XtIntervalId *) {
       StopAnimation(v);
       return;
     }
-    const size_t bytes = static_cast<size_t>(frame.bytes_per_line) * frame.height;
-    // Past the budget only the frame on screen is kept.
-    if (v->frame_bytes + bytes > kFrameCacheBudget) {
-      for (size_t i = 1; i < v->frames.size(); ++i)
-        if (static_cast<int>(i) != v->page) tslFree(&v->frames[i]);
-      v->frame_bytes = 0;
-      if (v->page > 0) v->frame_bytes = static_cast<size_t>(v->frames[v->page].bytes_per_line) * v->frames[v->page].height;
-    }
     v->frames[next] = frame;
-    v->frame_bytes += bytes;
+    v->frame_bytes += static_cast<size_t>(frame.bytes_per_line) * frame.height;
   }
-  const int previous = v->page;
   v->page = next;
-  if (v->frame_bytes > kFrameCacheBudget && previous > 0 && previous != next) {
-    v->frame_bytes -= static_cast<size_t>(v->frames[previous].bytes_per_line) * v->frames[previous].height;
-    tslFree(&v->frames[previous]);
+  // Past the budget only the frame on screen is kept; the others are
+  // decoded again when their turn comes.
+  if (v->frame_bytes > kFrameCacheBudget) {
+    for (size_t i = 1; i < v->frames.size(); ++i)
+      if (static_cast<int>(i) != next) tslFree(&v->frames[i]);
+    v->frame_bytes = next > 0 ? static_cast<size_t>(v->frames[next].bytes_per_line) * v->frames[next].height : 0;
   }
   Refresh(v);
   ScheduleFrame(v);
@@ -460,9 +451,12 @@ void PictureChanged(ViewRecord *v, bool first) {
   }
   if (v->colours && App().own_colormap) {
     // A private colormap holds the picture's own colours: take new ones.
-    ReleaseColourData(App().dpy, v->colours);
-    v->colours = GetColourData(App().dpy, App().screen, &v->pic, true);
-    if (v->canvas) XSetWindowColormap(App().dpy, v->canvas, v->colours->colormap);
+    ColourData *fresh = GetColourData(App().dpy, App().screen, &v->pic, true);
+    if (fresh) {
+      ReleaseColourData(App().dpy, v->colours);
+      v->colours = fresh;
+      if (v->canvas) XSetWindowColormap(App().dpy, v->canvas, v->colours->colormap);
+    }
   }
   if (v->colours) v->display = MakeDisplayObject(App().dpy, CurrentVisual().info.depth, v->colours);
   if (first || !Settings().View.KeepZoomFactor)
@@ -1118,7 +1112,19 @@ void ExtractPages(ViewRecord *v) {
   SetBusy(v->shell, false);
 }
 
+void DoCommandBody(ViewRecord *v, const char *word);
+
+// Runs a command; a close asked for while it pumped events (a load, a
+// question) is carried out afterwards.
 void DoCommand(ViewRecord *v, const char *word) {
+  DoCommandBody(v, word);
+  if (v && Alive(v) && v->close_pending && !v->busy) {
+    v->close_pending = false;
+    CloseView(v);
+  }
+}
+
+void DoCommandBody(ViewRecord *v, const char *word) {
   const int index = ViewCommandIndex(word);
   if (std::strcmp(word, "stopAnim") == 0) {
     if (v) StopAnimation(v);
