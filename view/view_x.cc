@@ -979,6 +979,7 @@ bool CreateWindow(ViewRecord *v, Widget parent) {
   v->gc = XCreateGC(dpy, v->canvas, 0, nullptr);
   v->display = MakeDisplayObject(dpy, vd.info.depth, v->colours);
 
+  v->picker = Settings().View.DisplayColorInformation;
   if (App().full_screen) ToggleFullScreen(v);
   XtPopup(v->shell, XtGrabNone);
   XmProcessTraversal(v->drawing_area, XmTRAVERSE_CURRENT);
@@ -1178,6 +1179,7 @@ void DoCommandBody(ViewRecord *v, const char *word) {
       XtUnmanageChild(v->toolbar);
   } else if (w == "colorInformation") {
     v->picker = !v->picker;
+    Settings().View.DisplayColorInformation = v->picker;  // new views start the same way
     if (!v->picker) HidePicker(v);
   } else if (w == "zoom+" || w == "zoom-" || w == "zoom100") {
     const char *param = w == "zoom+" ? "+1" : w == "zoom-" ? "-1" : "100";
