@@ -243,6 +243,26 @@ int reducePicture(TslPicture *picture, int tw, int th) {
   std::vector<uint8_t> rgba(static_cast<size_t>(sw) * 4);
   std::vector<uint64_t> acc(static_cast<size_t>(dw) * ch, 0);
   std::vector<uint64_t> rowacc(static_cast<size_t>(dw) * ch);
+  // Horizontal weights, the same for every row: source pixel sx spans dw
+  // units and destination pixel ox spans sw units, so (reducing) a source
+  // pixel falls into at most two destination pixels: `first[sx]` takes
+  // `w0[sx]` units of it and the next one the rest.
+  std::vector<uint32_t> first(sw);
+  std::vector<uint64_t> w0(sw);
+  {
+    uint64_t xfill = 0;
+    uint32_t ox = 0;
+    for (uint32_t sx = 0; sx < sw; ++sx) {
+      first[sx] = ox;
+      const uint64_t take = std::min<uint64_t>(dw, sw - xfill);
+      w0[sx] = take;
+      xfill += dw;
+      if (xfill >= sw) {
+        xfill -= sw;
+        ++ox;
+      }
+    }
+  }
   uint64_t ypos = 0;  // in units where a source row is dh and a dest row is sh
   uint32_t oy = 0;
   uint64_t yfill = 0;  // units accumulated in the current dest row
@@ -250,25 +270,19 @@ int reducePicture(TslPicture *picture, int tw, int th) {
     tslGetRowRGBA(picture, sy, rgba.data());
     // Horizontal pass into rowacc (weights sum to sw per dest pixel).
     std::fill(rowacc.begin(), rowacc.end(), 0);
-    uint64_t xfill = 0;
-    uint32_t ox = 0;
-    for (uint32_t sx = 0; sx < sw && ox < dw; ++sx) {
-      uint64_t left = dw;  // this source pixel spans dw units
-      const uint8_t *s = &rgba[static_cast<size_t>(sx) * 4];
-      while (left > 0 && ox < dw) {
-        uint64_t take = std::min(left, sw - xfill);
-        uint64_t *a = &rowacc[static_cast<size_t>(ox) * ch];
-        if (grey) {
-          a[0] += s[0] * take;
-        } else {
-          for (int c = 0; c < ch; ++c) a[c] += s[c] * take;
-        }
-        left -= take;
-        xfill += take;
-        if (xfill == sw) {
-          xfill = 0;
-          ++ox;
-        }
+    for (uint32_t sx = 0; sx < sw; ++sx) {
+      const uint8_t *src = &rgba[static_cast<size_t>(sx) * 4];
+      const uint32_t ox = first[sx];
+      if (ox >= dw) break;
+      const uint64_t a = w0[sx], b = dw - a;
+      uint64_t *d0 = &rowacc[static_cast<size_t>(ox) * ch];
+      if (grey) {
+        d0[0] += src[0] * a;
+        if (b && ox + 1 < dw) d0[1] += src[0] * b;
+      } else {
+        for (int c = 0; c < ch; ++c) d0[c] += src[c] * a;
+        if (b && ox + 1 < dw)
+          for (int c = 0; c < ch; ++c) d0[ch + c] += src[c] * b;
       }
     }
     // Vertical accumulation.
@@ -280,9 +294,16 @@ int reducePicture(TslPicture *picture, int tw, int th) {
       yfill += take;
       if (yfill == sh) {
         uint8_t *dst = rowOf(&out, oy);
+        // (acc + div/2) / div for every sample: one multiplication by the
+        // reciprocal and an exact correction instead of a 64-bit division.
         const uint64_t div = static_cast<uint64_t>(sw) * sh;
+        const double inv = 1.0 / static_cast<double>(div);
         for (size_t i = 0; i < acc.size(); ++i) {
-          dst[i] = static_cast<uint8_t>((acc[i] + div / 2) / div);
+          const uint64_t n = acc[i] + div / 2;
+          uint64_t q = static_cast<uint64_t>(static_cast<double>(n) * inv);
+          if (q * div > n) --q;
+          else if ((q + 1) * div <= n) ++q;
+          dst[i] = static_cast<uint8_t>(q);
           acc[i] = 0;
         }
         yfill = 0;
