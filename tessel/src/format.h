@@ -124,6 +124,10 @@ void greyPalette(uint8_t *palette, int n);
 // True when every palette entry in use is grey (r == g == b).
 bool paletteIsGrey(const TslPicture *picture);
 
+// The size of a sw x sh picture fitted inside bw x bh with its aspect kept
+// (at least 1 x 1).  False when it already fits: nothing to reduce.
+bool fitInside(uint64_t sw, uint64_t sh, uint64_t bw, uint64_t bh, uint64_t *dw, uint64_t *dh);
+
 // Reduces a picture to fit width x height (aspect kept) by area averaging.
 // Indexed and bilevel pictures come back as true colour or grey.  Returns a
 // TSL_ code; on success *picture is replaced.

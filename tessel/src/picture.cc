@@ -209,19 +209,25 @@ bool paletteIsGrey(const TslPicture *p) {
   return true;
 }
 
+bool fitInside(uint64_t sw, uint64_t sh, uint64_t bw, uint64_t bh, uint64_t *dw, uint64_t *dh) {
+  if (sw <= bw && sh <= bh) return false;
+  *dw = bw;
+  *dh = sh * bw / sw;
+  if (*dh > bh) {
+    *dh = bh;
+    *dw = sw * bh / sh;
+  }
+  if (*dw < 1) *dw = 1;
+  if (*dh < 1) *dh = 1;
+  return true;
+}
+
 // Area-averaging reduction: each destination pixel is the weighted mean of
 // the source area it covers (fixed point, weights in 1/256 of a source pixel).
 int reducePicture(TslPicture *picture, int tw, int th) {
   const uint32_t sw = picture->width, sh = picture->height;
-  if (tw <= 0 || th <= 0 || (sw <= static_cast<uint32_t>(tw) && sh <= static_cast<uint32_t>(th))) return TSL_OK;
-  // Fit inside tw x th keeping the aspect ratio.
-  uint64_t dw = tw, dh = static_cast<uint64_t>(sh) * tw / sw;
-  if (dh > static_cast<uint64_t>(th)) {
-    dh = th;
-    dw = static_cast<uint64_t>(sw) * th / sh;
-  }
-  if (dw < 1) dw = 1;
-  if (dh < 1) dh = 1;
+  uint64_t dw, dh;
+  if (tw <= 0 || th <= 0 || !fitInside(sw, sh, tw, th, &dw, &dh)) return TSL_OK;
   const bool grey = picture->color_model == TSL_GREY || picture->color_model == TSL_BINARY ||
                     (picture->color_model == TSL_INDEXED && paletteIsGrey(picture));
   const bool alpha = picture->color_model == TSL_RGBA || picture->color_model == TSL_BGRA ||

@@ -219,12 +219,8 @@ unsigned reduceFactor(opj_codec_t *codec, const opj_image_t *image, int tw, int 
   const uint64_t sw = image->x1 - image->x0, sh = image->y1 - image->y0;
   const uint64_t bw = tw > 0 ? static_cast<uint64_t>(tw) : UINT32_MAX;
   const uint64_t bh = th > 0 ? static_cast<uint64_t>(th) : UINT32_MAX;
-  if (sw <= bw && sh <= bh) return 0;
-  uint64_t dw = bw, dh = sh * bw / sw;
-  if (dh > bh) {
-    dh = bh;
-    dw = sw * bh / sh;
-  }
+  uint64_t dw, dh;
+  if (!fitInside(sw, sh, bw, bh, &dw, &dh)) return 0;
   unsigned resolutions = 1;
   if (opj_codestream_info_v2_t *cs = opj_get_cstr_info(codec)) {
     if (cs->m_default_tile_info.tccp_info) {

@@ -321,14 +321,8 @@ int chooseScale(Decoder *d, int tw, int th) {
   const uint64_t sw = d->cinfo.image_width, sh = d->cinfo.image_height;
   const uint64_t bw = tw > 0 ? static_cast<uint64_t>(tw) : UINT32_MAX;
   const uint64_t bh = th > 0 ? static_cast<uint64_t>(th) : UINT32_MAX;
-  if (sw <= bw && sh <= bh) return 8;
-  uint64_t dw = bw, dh = sh * bw / sw;
-  if (dh > bh) {
-    dh = bh;
-    dw = sw * bh / sh;
-  }
-  if (dw < 1) dw = 1;
-  if (dh < 1) dh = 1;
+  uint64_t dw, dh;
+  if (!fitInside(sw, sh, bw, bh, &dw, &dh)) return 8;
   for (unsigned num = 1; num < 8; ++num) {
     if (shimCalcOutput(d, num) != TSL_OK) return 8;
     if (d->cinfo.output_width >= dw && d->cinfo.output_height >= dh) return static_cast<int>(num);
