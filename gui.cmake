@@ -18,9 +18,10 @@ target_compile_options(widgets PRIVATE -Wno-missing-field-initializers)
 
 # ---- quilla_x: the X shells of the toolkit-free models (core/*_x.cc, view/*_x.cc)
 file(GLOB QUILLA_X_SOURCES CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/core/*_x.cc
-     ${CMAKE_CURRENT_SOURCE_DIR}/view/*_x.cc ${CMAKE_CURRENT_SOURCE_DIR}/files/*_x.cc)
+     ${CMAKE_CURRENT_SOURCE_DIR}/view/*_x.cc ${CMAKE_CURRENT_SOURCE_DIR}/files/*_x.cc
+     ${CMAKE_CURRENT_SOURCE_DIR}/browser/*_x.cc)
 add_library(quilla_x STATIC ${QUILLA_X_SOURCES})
-target_link_libraries(quilla_x PUBLIC core view_model files_model imgproc tessel widgets
+target_link_libraries(quilla_x PUBLIC core view_model files_model browser_model imgproc tessel widgets
                       ${MOTIF_LIBRARY} ${XT_LIBRARY} ${X11_X11_LIB})
 # ---- end quilla_x
 

@@ -38,6 +38,7 @@
 #include "files/load_x.h"
 #include "imgproc/operations.h"
 #include "view/render_x.h"
+#include "view/view_hooks_x.h"
 #include "view/view_menus_x.h"
 #include "view/view_model.h"
 
@@ -475,9 +476,10 @@ void KeepUndo(ViewRecord *v) {
 }
 
 // The view's picture-operation routine with its internal codes.
-void RunOperation(ViewRecord *v, int code) {
-  if (!v->pic.pixels) return;
-  // An animation stops on the frame shown; that frame becomes the picture.
+// Before the picture changes: an animation stops on the frame shown, which
+// becomes the picture; the mask goes; the undo copy is kept.
+bool BeginChange(ViewRecord *v) {
+  if (!v->pic.pixels) return false;
   if (v->animating || v->page >= 1) {
     StopAnimation(v);
     if (v->page > 0 && v->page < static_cast<int>(v->frames.size()) && v->frames[v->page].pixels) {
@@ -489,6 +491,11 @@ void RunOperation(ViewRecord *v, int code) {
   tslFree(&v->mask);
   v->show_mask = false;
   KeepUndo(v);
+  return true;
+}
+
+void RunOperation(ViewRecord *v, int code) {
+  if (!BeginChange(v)) return;
   SetBusy(v->shell, true);
   OpParams params;
   int status = kOpDone;
@@ -1135,15 +1142,24 @@ void DoCommandBody(ViewRecord *v, const char *word) {
     if (v && !v->busy) ExtractPages(v);
     return;
   }
-  if (index < 0) return;
   const std::string w = word;
   if (w == "quit") QuitWritingSettings();
-  if (!v) return;  // the start window runs only what needs no picture
-  if (v->busy) return;  // a load is pumping events for this view
+  if (v && v->busy) return;  // a load is pumping events for this view
   // Every command but leaving works on the full picture.
-  if (v->preview && w != "close" && w != "next" && w != "prev" && w != "first" && w != "last" &&
+  if (v && v->preview && w != "close" && w != "next" && w != "prev" && w != "first" && w != "last" &&
       !FinishFullLoad(v))
     return Bell();
+  // The commands of the file, operation and information modules; without a
+  // view (the start window) they get a null view and the application shell.
+  {
+    Widget view = v ? v->shell : nullptr;
+    Widget owner = v ? v->shell : (App().main_window ? App().main_window : App().shell);
+    if (RunFileCommand(view, owner, word) || RunOperationCommand(view, owner, word) ||
+        RunInfoCommand(view, owner, word))
+      return;
+  }
+  if (index < 0) return;
+  if (!v) return;  // the start window runs only what needs no picture
   if (w == "reopenFiles") {
     if (!ConfirmLeave(v)) return;
     const std::string path = v->path;
@@ -1309,6 +1325,7 @@ bool GetViewState(Widget w, ViewState *out) {
   out->drawing_area = v->drawing_area;
   out->canvas = v->canvas;
   out->path = v->path;
+  out->format = v->format;
   out->list_pos = v->pos;
   out->list_count = v->count;
   out->page = v->page;
@@ -1330,6 +1347,47 @@ bool GetViewState(Widget w, ViewState *out) {
   out->view_w = v->view_w;
   out->view_h = v->view_h;
   return true;
+}
+
+TslPicture *ViewBeginChange(Widget w) {
+  ViewRecord *v = FindView(w);
+  if (!v || v->busy) return nullptr;
+  if (v->preview && !FinishFullLoad(v)) return nullptr;
+  if (!Alive(v) || !BeginChange(v)) return nullptr;
+  return &v->pic;
+}
+
+void ViewEndChange(Widget w, bool geometry_changed) {
+  ViewRecord *v = FindView(w);
+  if (!v) return;
+  v->modified = true;
+  if (geometry_changed && !Settings().View.KeepZoomFactor)
+    ApplyFit(v, true);
+  else
+    Refresh(v);
+}
+
+const TslPicture *ViewCurrentPicture(Widget w) {
+  ViewRecord *v = FindView(w);
+  if (!v || v->busy) return nullptr;
+  if (v->preview && !FinishFullLoad(v)) return nullptr;
+  if (!Alive(v)) return nullptr;
+  const TslPicture *p = Shown(v);
+  if (p == &v->mask) p = &v->pic;
+  return p->pixels ? p : nullptr;
+}
+
+void ViewSetFile(Widget w, const char *path, int format, bool modified) {
+  ViewRecord *v = FindView(w);
+  if (!v || !path) return;
+  char resolved[4096];
+  ResolvePath(path, resolved);
+  v->path = resolved;
+  if (v->list && v->pos >= 0 && v->pos < v->count)
+    std::snprintf(v->list[v->pos].path, sizeof v->list[v->pos].path, "%s", resolved);
+  if (format >= 0) v->format = format;
+  v->modified = modified;
+  UpdateLabel(v);
 }
 
 Widget ViewShellAt(int index) {

@@ -8,6 +8,8 @@
 #include <cstdint>
 #include <string>
 
+#include "tessel.h"
+
 namespace quilla {
 
 // One entry of the file list a view walks: the resolved path and three
@@ -49,6 +51,7 @@ struct ViewState {
   Widget shell = nullptr, drawing_area = nullptr;
   Window canvas = 0;  // the window the picture is drawn in
   std::string path;
+  int format = -1;  // the library's format index of the file
   int list_pos = 0, list_count = 0;  // count 0 = no list
   int page = 0, pages = 1;
   double zoom = 100;
@@ -64,6 +67,24 @@ struct ViewState {
 bool GetViewState(Widget w, ViewState *out);
 // The shell of the index-th open view, or nullptr.
 Widget ViewShellAt(int index);
+
+// ---- for the commands of the other modules (view_hooks_x.h) ----------------
+
+// Prepares the picture of the view holding `w` for a change: finishes a
+// reduced first decode, stops an animation (the frame shown becomes the
+// picture), drops the mask and keeps the undo copy when View.UseUndo.
+// Returns the picture to change in place or to replace (tslFree the old one
+// first), or nullptr when there is no view, it is busy or holds no picture.
+TslPicture *ViewBeginChange(Widget w);
+// After a successful change: marks the picture modified and redraws;
+// refits when the size changed (unless View.KeepZoomFactor).
+void ViewEndChange(Widget w, bool geometry_changed);
+// The full picture as shown (the current page or frame) for reading, or
+// nullptr (no view, busy, no picture).
+const TslPicture *ViewCurrentPicture(Widget w);
+// The view's file is now `path` (a save under another name): the list
+// entry and label follow; format -1 keeps the format index.
+void ViewSetFile(Widget w, const char *path, int format, bool modified);
 
 }  // namespace quilla
 

@@ -1,0 +1,21 @@
+// The view commands implemented outside the view window's own file.  Each
+// module answers the words it knows and returns false for the others.
+// `view` is the view's shell, or nullptr when the command comes from the
+// start window; `owner` is the shell to put dialogs on (never nullptr).
+#ifndef QUILLA_VIEW_VIEW_HOOKS_X_H
+#define QUILLA_VIEW_VIEW_HOOKS_X_H
+
+#include <X11/Intrinsic.h>
+
+namespace quilla {
+
+// open, saveFiles, extractInto (files/file_commands_x.cc).
+bool RunFileCommand(Widget view, Widget owner, const char *word);
+// crop, resize and the picture operations of the menus (view/op_commands_x.cc).
+bool RunOperationCommand(Widget view, Widget owner, const char *word);
+// options, properties, describe and the small dialogs (view/info_commands_x.cc).
+bool RunInfoCommand(Widget view, Widget owner, const char *word);
+
+}  // namespace quilla
+
+#endif
