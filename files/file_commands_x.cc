@@ -1,8 +1,124 @@
-// The view commands open, saveFiles and extractInto.
+// The view commands open, saveFiles and extractInto, and the format list.
+#include <X11/Intrinsic.h>
+
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "core/app_x.h"
+#include "core/settings.h"
+#include "files/load_x.h"
+#include "files/save_x.h"
+#include "files/selector_x.h"
 #include "view/view_hooks_x.h"
+#include "view/view_x.h"
 
 namespace quilla {
 
-bool RunFileCommand(Widget, Widget, const char *) { return false; }
+namespace {
+
+void Bell() {
+  if (App().dpy) XBell(App().dpy, 0);
+}
+
+void StorePath(char *field, const std::string &value) { std::snprintf(field, kPathSize, "%s", value.c_str()); }
+
+std::string DirectoryOf(const std::string &path) {
+  const size_t slash = path.find_last_of('/');
+  if (slash == std::string::npos) return "";
+  return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+// "Load Files...": one file opens a view on it, several a view walking them
+// (the existing view takes them with View.OnlyOneView).
+void OpenFiles(Widget owner) {
+  SelectorRequest req;
+  req.title = "Load Files...";
+  req.multiple = true;
+  req.initial = Settings().PathLoad;
+  SelectorResult res;
+  if (!RunFileSelector(owner, req, &res) || res.paths.empty()) return;
+  StorePath(Settings().PathLoad, DirectoryOf(res.paths.front()));
+  Widget shell = nullptr;
+  if (res.paths.size() == 1) {
+    shell = OpenViewOnFile(App().shell, res.paths.front().c_str(), 0);
+  } else {
+    const int count = static_cast<int>(res.paths.size());
+    auto *list = static_cast<FileListEntry *>(std::calloc(static_cast<size_t>(count), sizeof(FileListEntry)));
+    if (!list) return ShowMessage(owner, "Not enough memory");
+    for (int i = 0; i < count; ++i) StorePath(list[i].path, res.paths[i]);
+    shell = OpenViewOnList(App().shell, list, count, 0);
+  }
+  if (shell && !App().main_window) App().main_window = shell;
+}
+
+// The name the central save writes when it appends the format's extension
+// to a name without any ".".
+std::string NameAsSaved(const std::string &path, int format) {
+  if (!Settings().Save.AddExtensionIfNotExist || path.find('.') != std::string::npos) return path;
+  const char *suffix = tslFormatGetDefaultSuffix(format);
+  return suffix && *suffix ? path + "." + suffix : path;
+}
+
+// "Save File...", then the central save of a copy of the view's picture (the
+// view may be closed while the save shows its progress).
+void SaveFile(Widget view, Widget owner) {
+  ViewState state;
+  if (!view || !GetViewState(view, &state) || !ViewCurrentPicture(view)) return Bell();
+  SelectorRequest req;
+  req.title = "Save File...";
+  req.mode = kSelectorSave;
+  req.initial = state.path;
+  req.default_format = Settings().Convert.DefaultFormat;
+  SelectorResult res;
+  if (!RunFileSelector(owner, req, &res) || res.paths.empty()) return;
+  if (res.format < 0) return Bell();
+  const std::string chosen = res.paths.front();
+  const std::string path = NameAsSaved(chosen, res.format);
+  // The extension made it another file: that one is asked about too.
+  if (path != chosen && access(path.c_str(), F_OK) == 0 && !AskConfirm(owner, "Overwrite this file !! \nConfirm ?"))
+    return;
+  StorePath(Settings().PathSave, DirectoryOf(path));
+  const TslPicture *shown = GetViewState(view, &state) ? ViewCurrentPicture(view) : nullptr;
+  if (!shown) return;
+  TslPicture copy{};
+  if (tslCopyPicture(&copy, shown) != TSL_OK) return ShowMessage(owner, "Not enough memory");
+  const int code = CentralSave(owner, path.c_str(), &copy, res.format);
+  tslFree(&copy);
+  if (code == 0 && GetViewState(view, &state)) ViewSetFile(view, path.c_str(), res.format, false);
+}
+
+// "Select Output Directory ...", then every page into it.
+void ExtractInto(Widget view, Widget owner) {
+  ViewState state;
+  if (!view || !GetViewState(view, &state) || state.pages < 2) return Bell();
+  SelectorRequest req;
+  req.title = "Select Output Directory ...";
+  req.mode = kSelectorDirectory;
+  req.initial = Settings().PathExtract[0] ? Settings().PathExtract : DirectoryOf(state.path);
+  SelectorResult res;
+  if (!RunFileSelector(owner, req, &res) || res.paths.empty()) return;
+  StorePath(Settings().PathExtract, res.paths.front());
+  if (GetViewState(view, &state)) ExtractViewPages(view, res.paths.front().c_str());
+}
+
+}  // namespace
+
+bool RunFileCommand(Widget view, Widget owner, const char *word) {
+  if (std::strcmp(word, "open") == 0) {
+    OpenFiles(owner);
+  } else if (std::strcmp(word, "saveFiles") == 0) {
+    SaveFile(view, owner);
+  } else if (std::strcmp(word, "extractInto") == 0) {
+    ExtractInto(view, owner);
+  } else if (std::strcmp(word, "formats") == 0) {
+    ShowFormatList(owner);
+  } else {
+    return false;
+  }
+  return true;
+}
 
 }  // namespace quilla

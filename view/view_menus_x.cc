@@ -35,9 +35,9 @@ struct Entry {
 };
 
 const Entry kFileMenu[] = {
-    {"open", "Open...", "Ctrl<Key>o", "Ctrl+O", false, false},
+    {"open", "Open...", "Ctrl<Key>o", "Ctrl+O", true, false},
     {"reopenFiles", "Reload", "Ctrl<Key>r", "Ctrl+R", true, true},
-    {"saveFiles", "Save As...", "Ctrl<Key>s", "Ctrl+S", false, true},
+    {"saveFiles", "Save As...", "Ctrl<Key>s", "Ctrl+S", true, true},
     {"close", "Close", "Ctrl<Key>w", "Ctrl+W", true, true},
     {nullptr, nullptr, nullptr, nullptr, false, false},
     {"browseFiles", "Browser...", "Ctrl<Key>b", "Ctrl+B", false, false},
@@ -100,11 +100,12 @@ const Entry kPageMenu[] = {
     {"pageLast", "Last Page", nullptr, "Shift+End", true, true},
     {nullptr, nullptr, nullptr, nullptr, false, false},
     {"extract", "Extract Pages", nullptr, nullptr, true, true},
-    {"extractInto", "Extract Pages Into...", nullptr, nullptr, false, true},
+    {"extractInto", "Extract Pages Into...", nullptr, nullptr, true, true},
 };
 
 const Entry kHelpMenu[] = {
     {"about", "About...", nullptr, nullptr, true, false},
+    {"formats", "Formats...", nullptr, nullptr, true, false},
 };
 
 struct MenuDef {

@@ -1089,11 +1089,11 @@ void Bell() {
   if (App().dpy) XBell(App().dpy, 0);
 }
 
-// Writes every page of the view's file as a PPM file into the extraction
-// directory (Settings PathExtract; the picture's own directory when empty).
-void ExtractPages(ViewRecord *v) {
+// Writes every page of the view's file as a PPM file into `dir` (empty: the
+// extraction directory Settings PathExtract, else the picture's own).
+void ExtractPages(ViewRecord *v, std::string dir = "") {
   if (v->pages < 2) return Bell();
-  std::string dir = Settings().PathExtract;
+  if (dir.empty()) dir = Settings().PathExtract;
   if (dir.empty()) dir = v->path.substr(0, v->path.find_last_of('/'));
   if (dir.empty()) dir = "/";
   TslParams load, save;
@@ -1388,6 +1388,11 @@ void ViewSetFile(Widget w, const char *path, int format, bool modified) {
   if (format >= 0) v->format = format;
   v->modified = modified;
   UpdateLabel(v);
+}
+
+void ExtractViewPages(Widget w, const char *dir) {
+  ViewRecord *v = FindView(w);
+  if (v && !v->busy) ExtractPages(v, dir ? dir : "");
 }
 
 Widget ViewShellAt(int index) {

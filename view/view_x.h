@@ -85,6 +85,9 @@ const TslPicture *ViewCurrentPicture(Widget w);
 // The view's file is now `path` (a save under another name): the list
 // entry and label follow; format -1 keeps the format index.
 void ViewSetFile(Widget w, const char *path, int format, bool modified);
+// Writes every page of the view's multi-page file as PPM files into `dir`
+// (as the view's own extract command does with its directory).
+void ExtractViewPages(Widget w, const char *dir);
 
 }  // namespace quilla
 

@@ -174,7 +174,7 @@ static void ListDefault(Widget, XtPointer client, XtPointer call) {
   Choose(w, cb->item_position, cb->event);
 }
 
-static void Initialize(Widget, Widget w, ArgList, Cardinal *) {
+static void Initialize(Widget req, Widget w, ArgList, Cardinal *) {
   MyComboBoxPart &c = Part(w);
   XtAppAddActions(XtWidgetToApplicationContext(w), list_actions, XtNumber(list_actions));
   if (!c.font_list) c.font_list = XmeGetDefaultRenderTable(w, XmTEXT_FONTLIST);
@@ -201,8 +201,9 @@ static void Initialize(Widget, Widget w, ArgList, Cardinal *) {
   XtAddCallback(c.list, XmNdefaultActionCallback, ListDefault, w);
   PassListResources(w);
 
-  if (w->core.width == 0) w->core.width = 140;
-  if (w->core.height == 0) {
+  // The superclass may have given a size already; only one asked for counts.
+  if (req->core.width == 0) w->core.width = 140;
+  if (req->core.height == 0) {
     Dimension fh = XmStringHeight(c.font_list, c.text);
     if (fh == 0) fh = 14;
     w->core.height = static_cast<Dimension>(fh + 2 * Inset(w) + 6);
