@@ -36,7 +36,7 @@ namespace quilla {
 
 namespace {
 
-constexpr int kPreviewWidth = 160, kPreviewHeight = 120;
+constexpr int kPreviewWidth = 160, kPreviewHeight = 120, kColumnWidth = 200;
 const char *const kInfoNames[6] = {"labelType", "labelWidth", "labelHeight", "labelBits", "labelPlanes", "labelColors"};
 const char *const kInfoEmpty[6] = {"Type:", "Width:", "Height:", "Bits Per Plane:", "# Planes:", "# Colors:"};
 
@@ -540,23 +540,21 @@ Selector *Build(Widget parent, const SelectorRequest &req) {
   XtManageChild(s->combo);
   XtAddCallback(s->combo, XmNcallback, TypeChosen, s);
 
-  // Right column: preview and the picture's information.
-  s->toggle = XtVaCreateManagedWidget("togglePreview", xmToggleButtonWidgetClass, form, XmNset, True,
-                                      XmNalignment, XmALIGNMENT_BEGINNING,
-                                      XmNtopAttachment, XmATTACH_WIDGET, XmNtopWidget, s->text, XmNrightAttachment,
-                                      XmATTACH_FORM, nullptr);
+  // Right column: preview and the picture's information, of a fixed width
+  // so that long texts in the labels never move the lists.
+  Widget column = XtVaCreateManagedWidget(
+      "previewColumn", xmRowColumnWidgetClass, form, XmNorientation, XmVERTICAL, XmNpacking, XmPACK_TIGHT,
+      XmNmarginWidth, 0, XmNmarginHeight, 0, XmNspacing, 4, XmNtopAttachment, XmATTACH_WIDGET, XmNtopWidget,
+      s->text, XmNrightAttachment, XmATTACH_FORM, XmNbottomAttachment, XmATTACH_WIDGET, XmNbottomWidget, s->ok,
+      nullptr);
+  s->toggle = XtVaCreateManagedWidget("togglePreview", xmToggleButtonWidgetClass, column, XmNset, True,
+                                      XmNalignment, XmALIGNMENT_BEGINNING, nullptr);
   SetLabel(s->toggle, "Preview");
   XtAddCallback(s->toggle, XmNvalueChangedCallback, PreviewToggled, s);
-  s->preview = XtVaCreateManagedWidget(
-      "labelPreview", xmLabelWidgetClass, form, XmNrecomputeSize, False, XmNwidth, kPreviewWidth + 8, XmNheight,
-      kPreviewHeight + 8, XmNtopAttachment, XmATTACH_WIDGET, XmNtopWidget, s->toggle, XmNrightAttachment,
-      XmATTACH_FORM, nullptr);
+  s->preview = XtVaCreateManagedWidget("labelPreview", xmLabelWidgetClass, column, XmNrecomputeSize, False,
+                                       XmNwidth, kColumnWidth, XmNheight, kPreviewHeight + 12, nullptr);
   SetLabel(s->preview, "");
-  XtVaSetValues(s->toggle, XmNleftAttachment, XmATTACH_OPPOSITE_WIDGET, XmNleftWidget, s->preview, nullptr);
-  Widget info = XtVaCreateManagedWidget("info", xmFrameWidgetClass, form, XmNtopAttachment, XmATTACH_WIDGET,
-                                        XmNtopWidget, s->preview, XmNrightAttachment, XmATTACH_FORM,
-                                        XmNleftAttachment, XmATTACH_OPPOSITE_WIDGET, XmNleftWidget, s->preview,
-                                        XmNbottomAttachment, XmATTACH_WIDGET, XmNbottomWidget, s->ok, nullptr);
+  Widget info = XtVaCreateManagedWidget("info", xmFrameWidgetClass, column, nullptr);
   Widget title = XtVaCreateManagedWidget("infoTitle", xmLabelWidgetClass, info, XmNchildType, XmFRAME_TITLE_CHILD,
                                          nullptr);
   SetLabel(title, "Image information");
@@ -564,7 +562,8 @@ Selector *Build(Widget parent, const SelectorRequest &req) {
                                         XmNspacing, 1, nullptr);
   for (int i = 0; i < 6; ++i) {
     s->labels[i] = XtVaCreateManagedWidget(kInfoNames[i], xmLabelWidgetClass, rows, XmNalignment,
-                                           XmALIGNMENT_BEGINNING, nullptr);
+                                           XmALIGNMENT_BEGINNING, XmNrecomputeSize, False, XmNwidth,
+                                           kColumnWidth - 16, nullptr);
     SetLabel(s->labels[i], kInfoEmpty[i]);
   }
 
@@ -577,7 +576,7 @@ Selector *Build(Widget parent, const SelectorRequest &req) {
   s->file_list = MakeList(form, "scrolledList2", s->multiple ? XmEXTENDED_SELECT : XmBROWSE_SELECT);
   XtVaSetValues(XtParent(s->file_list), XmNwidth, 430, XmNtopAttachment, XmATTACH_WIDGET, XmNtopWidget, s->text,
                 XmNleftAttachment, XmATTACH_WIDGET, XmNleftWidget, XtParent(s->dir_list), XmNrightAttachment,
-                XmATTACH_WIDGET, XmNrightWidget, s->preview, XmNbottomAttachment, XmATTACH_WIDGET, XmNbottomWidget,
+                XmATTACH_WIDGET, XmNrightWidget, column, XmNbottomAttachment, XmATTACH_WIDGET, XmNbottomWidget,
                 s->ok, nullptr);
   XtAddCallback(s->file_list, s->multiple ? XmNextendedSelectionCallback : XmNbrowseSelectionCallback, FileSelected,
                 s);

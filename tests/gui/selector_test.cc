@@ -1,0 +1,509 @@
+// The file selector, the confirmation dialog and the format list on real X
+// servers, driven by keys typed with xdotool as a user types them.
+// GoogleTest first: X headers define macros (None, Bool...) that clash with it.
+#include <gtest/gtest.h>
+
+#include <X11/IntrinsicP.h>
+#include <X11/Shell.h>
+#include <Xm/List.h>
+#include <Xm/TextF.h>
+#include <Xm/ToggleB.h>
+#include <Xm/Xm.h>
+#include <sys/stat.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "core/app_x.h"
+#include "core/display_x.h"
+#include "core/settings.h"
+#include "files/load_x.h"
+#include "files/selector_x.h"
+#include "gui_util.h"
+#include "test_util.h"
+#include "view/view_hooks_x.h"
+#include "view/view_x.h"
+#include "widgets/MyComboBox.h"
+
+namespace {
+
+using namespace quilla;
+
+class SelectorTest;
+SelectorTest *g_test = nullptr;
+
+class SelectorTest : public ::testing::Test {
+ protected:
+  void Open(const char *env) {
+    const char *name = std::getenv(env);
+    if (!name || !*name) GTEST_SKIP() << env << " not set (scripts/test starts the X servers)";
+    if (std::system("command -v xdotool >/dev/null 2>&1") != 0) GTEST_SKIP() << "xdotool is not installed";
+    static XtAppContext app = nullptr;
+    if (!app) {
+      XtToolkitInitialize();
+      app = XtCreateApplicationContext();
+      RegisterActions(app);
+    }
+    // One connection per server for the whole program: Motif keeps
+    // per-display caches that do not survive closing a display.
+    struct Conn {
+      Display *dpy;
+      Widget shell, keeper;
+    };
+    static std::map<std::string, Conn> conns;
+    Conn &c = conns[name];
+    if (!c.dpy) {
+      int argc = 0;
+      c.dpy = XtOpenDisplay(app, name, "quilla", "Quilla", nullptr, 0, &argc, nullptr);
+      ASSERT_NE(c.dpy, nullptr);
+      c.shell = XtVaAppCreateShell("quilla", "Quilla", applicationShellWidgetClass, c.dpy, XmNmappedWhenManaged,
+                                   False, XmNwidth, 10, XmNheight, 10, nullptr);
+      XtRealizeWidget(c.shell);
+      c.keeper = XtVaCreatePopupShell("QuillInit", topLevelShellWidgetClass, c.shell, XmNwidth, 10, XmNheight, 10,
+                                      nullptr);
+      XtRealizeWidget(c.keeper);
+    }
+    display_ = name;
+    dpy_ = c.dpy;
+    owner_ = c.keeper;
+    App().app = app;
+    App().dpy = dpy_;
+    App().screen = DefaultScreen(dpy_);
+    App().shell = c.shell;
+    App().main_window = nullptr;
+    App().start_dir = dir_.path();
+    InitVisual(dpy_, App().screen, -1, false);
+    ReadSettingsFile(&Settings(), dir_.file("none.rc"));
+    SetSelectorDirectory("");
+    g_test = this;
+    SetSelectorHook([](Widget shell) { g_test->SelectorUp(shell); });
+    SetDialogHook([](Widget shell) { g_test->DialogUp(shell); });
+  }
+  void TearDown() override {
+    if (!dpy_) return;
+    Stop();
+    SetSelectorHook(nullptr);
+    SetDialogHook([](Widget box) {
+      if (box == ShownConfirm()) XtCallCallbacks(XtNameToWidget(box, "*buttonCancel"), XmNactivateCallback, nullptr);
+    });
+    while (Widget s = ViewShellAt(0)) RunViewCommand(s, "close");
+    SetDialogHook(nullptr);
+    if (Widget f = ShownFormatList()) XtDestroyWidget(f);
+    Pump();
+    g_test = nullptr;
+  }
+  void Pump(int rounds = 3) {
+    for (int r = 0; r < rounds; ++r) {
+      XSync(dpy_, False);
+      while (XtAppPending(App().app)) XtAppProcessEvent(App().app, XtIMAll);
+    }
+  }
+
+  // ---- driving the dialogs
+
+  // Keys with xdotool, into the window that has the keyboard.
+  void Xdo(const std::string &args) {
+    XSync(dpy_, False);
+    const std::string cmd = "DISPLAY=" + display_ + " xdotool " + args;
+    ASSERT_EQ(std::system(cmd.c_str()), 0) << cmd;
+  }
+  void Type(const std::string &text) { Xdo("type --delay 2 '" + text + "'"); }
+  void Key(const std::string &keys) { Xdo("key --delay 20 " + keys); }
+  // Gives a shown shell the keyboard, as a window manager would.
+  void Focus(Widget shell) {
+    for (int i = 0; i < 200; ++i) {
+      XWindowAttributes a;
+      XSync(dpy_, False);
+      if (XGetWindowAttributes(dpy_, XtWindow(shell), &a) && a.map_state == IsViewable) break;
+      usleep(5000);
+    }
+    XSetInputFocus(dpy_, XtWindow(shell), RevertToPointerRoot, CurrentTime);
+    XSync(dpy_, False);
+  }
+
+  // The steps run while the selector is up: the first when it appears, each
+  // next one a moment later, once the keys before it were handled.
+  void SelectorUp(Widget shell) {
+    ++selectors_;
+    Focus(shell);
+    Widget text = XtNameToWidget(shell, "*textField1");
+    insertion_at_end_ = XmTextFieldGetInsertionPosition(text) == XmTextFieldGetLastPosition(text);
+    step_ = 0;
+    waits_ = 0;
+    focus_at_open_.clear();
+    After(20);
+  }
+  // One chain of steps at a time: a new selector or the test's end drops
+  // the timer of the one before.
+  void After(unsigned long ms) {
+    Stop();
+    timer_ = XtAppAddTimeOut(App().app, ms, [](XtPointer, XtIntervalId *) {
+      g_test->timer_ = 0;
+      g_test->NextStep();
+    }, nullptr);
+  }
+  void Stop() {
+    if (timer_) XtRemoveTimeOut(timer_);
+    timer_ = 0;
+  }
+  void NextStep() {
+    Widget shell = ShownFileSelector();
+    if (step_ == 0 && shell) {
+      // The window manager's part done, the keyboard is where the dialog
+      // put it: wait for that before typing.
+      Widget focus = XmGetFocusWidget(shell);
+      focus_at_open_ = focus ? XtName(focus) : "";
+      if (focus != XtNameToWidget(shell, "*textField1") && ++waits_ < 100) return After(20);
+    }
+    if (step_ >= steps_.size()) return;
+    auto step = steps_[step_++];
+    if (shell) {
+      Focus(shell);  // back from a question that had the keyboard
+      step(shell);
+    }
+    After(250);
+  }
+  // The confirmation dialog is answered with a key; message boxes are kept.
+  void DialogUp(Widget shell) {
+    if (shell == ShownConfirm()) {
+      questions_.push_back(guitest::LabelText(shell, "*labelMessage"));
+      Focus(shell);
+      Key(confirm_key_);
+    } else if (shell == ShownMessageBox()) {
+      messages_.push_back(guitest::LabelText(shell, "*labelMessage"));
+      XtCallCallbacks(XtNameToWidget(shell, "*buttonOK"), XmNactivateCallback, nullptr);
+    }
+  }
+
+  std::string Field(Widget shell) {
+    char *t = XmTextFieldGetString(XtNameToWidget(shell, "*textField1"));
+    std::string s = t;
+    XtFree(t);
+    return s;
+  }
+  std::string Label(Widget shell, const char *name) { return guitest::LabelText(shell, name); }
+  // Selects the line of `name` in the file list, as a click does.
+  void SelectFile(Widget shell, const std::string &name) {
+    Widget list = XtNameToWidget(shell, "*scrolledList2");
+    XmString *items = nullptr;
+    int count = 0;
+    XtVaGetValues(list, XmNitems, &items, XmNitemCount, &count, nullptr);
+    for (int i = 0; i < count; ++i)
+      if (guitest::XmText(items[i]).compare(0, name.size() + 1, name + " ") == 0) {
+        XmListSelectPos(list, i + 1, True);
+        return;
+      }
+    ADD_FAILURE() << name << " is not in the file list";
+  }
+
+  std::string Picture(const std::string &name, int model = TSL_RGB, const char *format = "png") {
+    TslPicture p = testutil::MakePicture(model, 24, 16, 3);
+    TslParams params;
+    tslDefaultParams(&params);
+    params.format = tslFormatGetIndex(format);
+    const std::string path = dir_.file(name);
+    EXPECT_EQ(tslSave(path.c_str(), &p, &params), 0);
+    tslFree(&p);
+    return path;
+  }
+
+  testutil::TempDir dir_;
+  std::string display_;
+  Display *dpy_ = nullptr;
+  Widget owner_ = nullptr;
+  std::vector<std::function<void(Widget)>> steps_;
+  size_t step_ = 0;
+  int waits_ = 0;
+  int selectors_ = 0;
+  std::string focus_at_open_;
+  XtIntervalId timer_ = 0;
+  bool insertion_at_end_ = false;
+  std::string confirm_key_ = "Escape";
+  std::vector<std::string> questions_, messages_;
+};
+
+TEST_F(SelectorTest, TypedPathAndReturnOpensAViewFromTheStartWindow) {
+  Open("QUILLA_TEST_DISPLAY");
+  const std::string path = Picture("typed_name.png");
+  Picture("other.png");
+  std::string title, button;
+  steps_ = {[&](Widget shell) {
+    char *t = nullptr;
+    XtVaGetValues(shell, XmNtitle, &t, nullptr);
+    title = t ? t : "";
+    button = Label(shell, "*pushButton2");
+    Type(path);
+    Key("Return");
+  }};
+  // The start window has no view: the command gets none.
+  ASSERT_TRUE(RunFileCommand(nullptr, owner_, "open"));
+  EXPECT_EQ(selectors_, 1);
+  EXPECT_EQ(title, "Load Files...");
+  EXPECT_EQ(button, "Open");
+  EXPECT_EQ(focus_at_open_, "textField1");
+  EXPECT_TRUE(insertion_at_end_);
+  EXPECT_EQ(ShownFileSelector(), nullptr);
+  ASSERT_EQ(ViewCount(), 1);
+  ViewState s;
+  ASSERT_TRUE(GetViewState(ViewShellAt(0), &s));
+  EXPECT_EQ(s.path, path);
+  EXPECT_EQ(s.width, 24u);
+  EXPECT_STREQ(Settings().PathLoad, dir_.path().c_str());
+  EXPECT_EQ(RecentDirectories(Settings()).front(), dir_.path());
+  EXPECT_TRUE(messages_.empty());
+}
+
+TEST_F(SelectorTest, TabCompletesAndEscapeCancels) {
+  Open("QUILLA_TEST_DISPLAY");
+  ::mkdir(dir_.file("photos").c_str(), 0755);
+  Picture("photos/summer_01.png");
+  Picture("photos/summer_02.png");
+  std::vector<std::string> fields;
+  steps_ = {[&](Widget) {
+              Type("pho");
+              Key("Tab");
+              Type("su");
+              Key("Tab");
+            },
+            [&](Widget shell) {
+              fields.push_back(Field(shell));  // several matches: their common prefix
+              Type("2");
+              Key("Tab");
+            },
+            [&](Widget shell) {
+              fields.push_back(Field(shell));  // one match: completed
+              Key("Escape");
+            }};
+  SelectorRequest req;
+  req.title = "Load Files...";
+  req.initial = dir_.path();
+  SelectorResult res;
+  EXPECT_FALSE(RunFileSelector(owner_, req, &res));
+  ASSERT_EQ(fields.size(), 2u);
+  EXPECT_EQ(fields[0], "photos/summer_0");
+  EXPECT_EQ(fields[1], "photos/summer_02.png");
+  EXPECT_TRUE(res.paths.empty());
+  EXPECT_EQ(ShownFileSelector(), nullptr);
+  EXPECT_TRUE(RecentDirectories(Settings()).empty());  // a cancelled dialog remembers nothing
+}
+
+TEST_F(SelectorTest, OverwriteDeclinedKeepsTheFileAcceptedReplacesIt) {
+  Open("QUILLA_TEST_DISPLAY");
+  const std::string source = Picture("source.png");
+  const std::string target = Picture("target.png", TSL_GREY);
+  const std::string before = testutil::ReadFile(target);
+  Widget view = OpenViewOnFile(App().shell, source.c_str(), 0);
+  ASSERT_NE(view, nullptr);
+
+  // The field holds the view's own name; a new name is typed over it.
+  std::string first_field;
+  steps_ = {[&](Widget shell) {
+              first_field = Field(shell);
+              XmTextFieldSetString(XtNameToWidget(shell, "*textField1"), const_cast<char *>(""));
+              Type("target.png");
+              Key("Return");  // asks; Escape answers Cancel
+            },
+            [&](Widget) { Key("Escape"); }};  // the selector stays up until cancelled
+  confirm_key_ = "Escape";
+  RunViewCommand(view, "saveFiles");
+  EXPECT_EQ(first_field, "source.png");
+  ASSERT_EQ(questions_.size(), 1u);
+  EXPECT_EQ(questions_[0], "Overwrite this file !! \nConfirm ?");
+  EXPECT_EQ(testutil::ReadFile(target), before);
+
+  // Return answers O.K.: the file is replaced, the view follows its new name.
+  steps_ = {[&](Widget shell) {
+    XmTextFieldSetString(XtNameToWidget(shell, "*textField1"), const_cast<char *>("target.png"));
+    Key("Return");
+  }};
+  confirm_key_ = "Return";
+  RunViewCommand(view, "saveFiles");
+  ASSERT_EQ(questions_.size(), 2u);
+  EXPECT_NE(testutil::ReadFile(target), before);
+  testutil::OwnedInfo info;
+  ASSERT_EQ(testutil::FileInfo(target, &info), 0);
+  EXPECT_EQ(info->format, tslFormatGetIndex("png"));
+  EXPECT_EQ(info->width, 24u);
+  ViewState s;
+  ASSERT_TRUE(GetViewState(view, &s));
+  EXPECT_EQ(s.path, target);
+  EXPECT_FALSE(s.modified);
+  EXPECT_TRUE(messages_.empty());
+}
+
+TEST_F(SelectorTest, SaveFormatFollowsTheTypedExtensionElseTheComboBox) {
+  Open("QUILLA_TEST_DISPLAY");
+  const std::string source = Picture("source.png", TSL_INDEXED);
+  Widget view = OpenViewOnFile(App().shell, source.c_str(), 0);
+  ASSERT_NE(view, nullptr);
+  std::snprintf(Settings().Convert.DefaultFormat, sizeof Settings().Convert.DefaultFormat, "%s", "bmp");
+  Settings().Save.AddExtensionIfNotExist = true;
+  std::string shown_type;
+  steps_ = {[&](Widget shell) {
+    XmString s = MyComboBoxGetText(XtNameToWidget(shell, "*comboBox"));
+    shown_type = guitest::XmText(s);
+    XmStringFree(s);
+    XmTextFieldSetString(XtNameToWidget(shell, "*textField1"), const_cast<char *>("as_gif.gif"));
+    Key("Return");
+  }};
+  RunViewCommand(view, "saveFiles");
+  EXPECT_EQ(shown_type.compare(0, 7, "Windows"), 0) << shown_type;  // preselected from Convert.DefaultFormat
+  testutil::OwnedInfo gif;
+  ASSERT_EQ(testutil::FileInfo(dir_.file("as_gif.gif"), &gif), 0);
+  EXPECT_EQ(gif->format, tslFormatGetIndex("gif"));
+
+  // No extension: the combo box's format, and its extension appended.
+  steps_ = {[&](Widget shell) {
+    XmTextFieldSetString(XtNameToWidget(shell, "*textField1"), const_cast<char *>("plain"));
+    Key("Return");
+  }};
+  RunViewCommand(view, "saveFiles");
+  testutil::OwnedInfo bmp;
+  ASSERT_EQ(testutil::FileInfo(dir_.file("plain.bmp"), &bmp), 0);
+  EXPECT_EQ(bmp->format, tslFormatGetIndex("bmp"));
+  ViewState s;
+  ASSERT_TRUE(GetViewState(view, &s));
+  EXPECT_EQ(s.path, dir_.file("plain.bmp"));
+  EXPECT_TRUE(questions_.empty());
+}
+
+TEST_F(SelectorTest, SavingOntoADirectoryEntersItWithoutAsking) {
+  Open("QUILLA_TEST_DISPLAY");
+  ::mkdir(dir_.file("inner").c_str(), 0755);
+  std::string place, field;
+  steps_ = {[&](Widget) {
+              Type("inner");
+              Key("Return");
+            },
+            [&](Widget shell) {
+              place = Label(shell, "*ancestor");
+              field = Field(shell);
+              Key("Escape");
+            }};
+  SelectorRequest req;
+  req.title = "Save File...";
+  req.mode = kSelectorSave;
+  req.initial = dir_.path();
+  SelectorResult res;
+  EXPECT_FALSE(RunFileSelector(owner_, req, &res));
+  EXPECT_TRUE(questions_.empty());
+  EXPECT_EQ(place, dir_.file("inner"));
+  EXPECT_EQ(field, "");
+}
+
+TEST_F(SelectorTest, DirectoryModeAcceptsTheDirectoryAndSeveralFilesOpenAsAList) {
+  Open("QUILLA_TEST_DISPLAY");
+  ::mkdir(dir_.file("out").c_str(), 0755);
+  steps_ = {[&](Widget) {
+    Type("/out");
+    Key("Return");
+  }};
+  SelectorRequest req;
+  req.title = "Select Output Directory ...";
+  req.mode = kSelectorDirectory;
+  req.initial = dir_.path();
+  SelectorResult res;
+  ASSERT_TRUE(RunFileSelector(owner_, req, &res));
+  EXPECT_EQ(res.paths, std::vector<std::string>{dir_.file("out")});
+
+  const std::string a = Picture("a.png"), b = Picture("b.png");
+  steps_ = {[&](Widget shell) {
+    // Both lines selected, as a drag over them does.
+    Widget list = XtNameToWidget(shell, "*scrolledList2");
+    XmString *items = nullptr;
+    XtVaGetValues(list, XmNitems, &items, nullptr);
+    XtVaSetValues(list, XmNselectedItems, items, XmNselectedItemCount, 2, nullptr);
+    Key("Return");
+  }};
+  SetSelectorDirectory(dir_.path());
+  ASSERT_TRUE(RunFileCommand(nullptr, owner_, "open"));
+  ASSERT_EQ(ViewCount(), 1);
+  ViewState s;
+  ASSERT_TRUE(GetViewState(ViewShellAt(0), &s));
+  EXPECT_EQ(s.list_count, 2);
+  EXPECT_EQ(s.path, a);
+}
+
+TEST_F(SelectorTest, PreviewShowsInformationOrUnavailable) {
+  for (const char *env : {"QUILLA_TEST_DISPLAY", "QUILLA_TEST_DISPLAY8"}) {
+    SCOPED_TRACE(env);
+    Open(env);
+    if (!dpy_) continue;
+    Picture("colour.png");
+    Picture("grey.png", TSL_GREY);
+    testutil::WriteFile(dir_.file("notes.txt"), "no picture here\n");
+    std::vector<std::vector<std::string>> seen;
+    auto labels = [&](Widget shell) {
+      std::vector<std::string> l;
+      for (const char *n : {"*labelType", "*labelWidth", "*labelHeight", "*labelBits", "*labelPlanes", "*labelColors"})
+        l.push_back(Label(shell, n));
+      seen.push_back(l);
+    };
+    steps_ = {[&](Widget shell) {
+      SelectFile(shell, "colour.png");
+      labels(shell);
+      SelectFile(shell, "grey.png");
+      labels(shell);
+      SelectFile(shell, "notes.txt");
+      labels(shell);
+      XmToggleButtonSetState(XtNameToWidget(shell, "*togglePreview"), False, True);
+      labels(shell);
+      Key("Escape");
+    }};
+    SelectorRequest req;
+    req.title = "Load Files...";
+    req.initial = dir_.path();
+    EXPECT_FALSE(RunFileSelector(owner_, req, nullptr));
+    ASSERT_EQ(seen.size(), 4u);
+    EXPECT_EQ(seen[0], (std::vector<std::string>{"Type: Portable Network Graphics", "Width: 24", "Height: 16",
+                                                 "Bits Per Plane: 8", "# Planes: 3", "# Colors: 16 Millions"}));
+    EXPECT_EQ(seen[1][5], "# Colors:  256");
+    EXPECT_EQ(seen[2], std::vector<std::string>(6, "Unavailable"));
+    EXPECT_EQ(seen[3][1], "Width:");  // no preview, no information
+    TearDown();
+    dpy_ = nullptr;
+  }
+}
+
+TEST_F(SelectorTest, FormatListSortedByNameOrById) {
+  Open("QUILLA_TEST_DISPLAY");
+  Widget shell = ShowFormatList(owner_);
+  ASSERT_NE(shell, nullptr);
+  Pump();
+  char *title = nullptr;
+  XtVaGetValues(shell, XmNtitle, &title, nullptr);
+  EXPECT_STREQ(title, "Available formats");
+  EXPECT_EQ(Label(shell, "*label"), "Name                             Read Write Extension");
+  Widget list = XtNameToWidget(shell, "*scrolledList");
+  auto lines = [&]() {
+    XmString *items = nullptr;
+    int count = 0;
+    XtVaGetValues(list, XmNitems, &items, XmNitemCount, &count, nullptr);
+    std::vector<std::string> out;
+    for (int i = 0; i < count; ++i) out.push_back(guitest::XmText(items[i]));
+    return out;
+  };
+  std::vector<std::string> by_name = lines();
+  ASSERT_EQ(static_cast<int>(by_name.size()), tslCount());
+  EXPECT_TRUE(std::is_sorted(by_name.begin(), by_name.end(), [](const std::string &a, const std::string &b) {
+    return strcasecmp(a.c_str(), b.c_str()) < 0;
+  }));
+  XmToggleButtonSetState(XtNameToWidget(shell, "*toggleSortById"), True, True);
+  std::vector<std::string> by_id = lines();
+  ASSERT_EQ(by_id.size(), by_name.size());
+  for (int f = 0; f < tslCount(); ++f)
+    EXPECT_EQ(by_id[f].compare(0, std::strlen(tslFormatGetDescription(f)), tslFormatGetDescription(f)), 0);
+  EXPECT_NE(by_id, by_name);
+  EXPECT_EQ(ShowFormatList(owner_), shell);  // one at a time
+  // Escape closes it as O.K. does.
+  Focus(shell);
+  Key("Escape");
+  Pump();
+  EXPECT_EQ(ShownFormatList(), nullptr);
+}
+
+}  // namespace
