@@ -44,5 +44,7 @@ function(quilla_gui_tests)
   target_include_directories(test_gui PRIVATE ${CMAKE_CURRENT_SOURCE_DIR}/common)
   target_compile_definitions(test_gui PRIVATE QUILLA_SOURCE_DIR="${PROJECT_SOURCE_DIR}"
                              QUILLA_BINARY_DIR="${PROJECT_BINARY_DIR}")
-  gtest_discover_tests(test_gui DISCOVERY_TIMEOUT 60)
+  # One GUI test at a time: tests that type keys give their dialog the
+  # keyboard of the shared X server, which another test could take away.
+  gtest_discover_tests(test_gui DISCOVERY_TIMEOUT 60 PROPERTIES RESOURCE_LOCK x_keyboard)
 endfunction()

@@ -159,12 +159,22 @@ class SelectorTest : public ::testing::Test {
       focus_at_open_ = focus ? XtName(focus) : "";
       if (focus != XtNameToWidget(shell, "*textField1") && ++waits_ < 100) return After(20);
     }
-    if (step_ >= steps_.size()) return;
+    if (step_ >= steps_.size()) {
+      // A lost key would leave a dialog waiting for ever: after a while it
+      // is cancelled and the test fails instead of hanging.
+      Widget stuck = ShownConfirm() ? ShownConfirm() : shell;
+      if (!stuck) return;
+      if (++waits_ < 200) return After(25);
+      ADD_FAILURE() << XtName(stuck) << " still waits after its last step";
+      XtCallCallbacks(XtNameToWidget(stuck, "*buttonCancel"), XmNactivateCallback, nullptr);
+      return;
+    }
     auto step = steps_[step_++];
     if (shell) {
       Focus(shell);  // back from a question that had the keyboard
       step(shell);
     }
+    waits_ = 0;
     After(250);
   }
   // The confirmation dialog is answered with a key; message boxes are kept.
