@@ -467,6 +467,9 @@ void CompleteAction(Widget w, XEvent *, String *, Cardinal *) {
   const std::string completed = CompleteSelectorPath(typed, s->dir, &matches);
   if (completed != typed) SetTyped(s, completed);
   if (matches != 1) XBell(XtDisplay(w), 0);
+  // A name completed to a file is previewed as a click on it would.
+  const std::string full = AbsoluteSelectorPath(completed, s->dir);
+  if (matches == 1 && Exists(full) && !IsDirectory(full)) UpdatePreview(s, full);
 }
 
 XtActionsRec kActions[] = {{const_cast<char *>("FileSelectorComplete"), CompleteAction}};

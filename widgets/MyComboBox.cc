@@ -148,6 +148,20 @@ static void Popdown(Widget w) {
   MyComboBoxPart &c = Part(w);
   if (!c.shell || !MyComboBoxIsPoppedUp(w)) return;
   XtPopdown(c.shell);
+  // The grab shell took the keyboard focus; the window that had it before
+  // gets it back (the server would give it to the root window).
+  Display *d = XtDisplay(w);
+  if (c.old_focus != None && c.old_focus != PointerRoot) {
+    XWindowAttributes a;
+    Window focus;
+    int revert;
+    XGetInputFocus(d, &focus, &revert);
+    if ((focus == PointerRoot || focus == None || focus == RootWindowOfScreen(XtScreen(w)) ||
+         focus == XtWindow(c.shell)) &&
+        XGetWindowAttributes(d, c.old_focus, &a) && a.map_state == IsViewable)
+      XSetInputFocus(d, c.old_focus, c.old_revert, CurrentTime);
+  }
+  c.old_focus = None;
   // Back to what the field shows: moving in the list chose nothing.
   XmListDeselectAllItems(c.list);
   if (c.chosen > 0) XmListSelectPos(c.list, c.chosen, False);
@@ -155,12 +169,14 @@ static void Popdown(Widget w) {
 }
 
 // Browse selection: a click ends the interaction; moving with the keys only
-// moves the highlight until Return (the default action) or Escape.
+// moves the highlight until Return (the default action) or Escape.  The
+// widget's own selections never notify the list's callbacks.
 static void ListBrowse(Widget list, XtPointer client, XtPointer call) {
   Widget w = static_cast<Widget>(client);
   XmListCallbackStruct *cb = static_cast<XmListCallbackStruct *>(call);
   XEvent *ev = cb->event;
-  if (ev && (ev->type == KeyPress || ev->type == KeyRelease)) return;
+  // The list reports keyboard moves without an event.
+  if (!ev || (ev->type != ButtonPress && ev->type != ButtonRelease)) return;
   (void)list;
   Popdown(w);
   Choose(w, cb->item_position, ev);
@@ -177,11 +193,18 @@ static void ListDefault(Widget, XtPointer client, XtPointer call) {
 static void Initialize(Widget req, Widget w, ArgList, Cardinal *) {
   MyComboBoxPart &c = Part(w);
   XtAppAddActions(XtWidgetToApplicationContext(w), list_actions, XtNumber(list_actions));
+  // The primitive's traversal translations, merged in by its initialize,
+  // bind the arrow keys too: ours come first again.
+  static XtTranslations own = nullptr;
+  if (!own) own = XtParseTranslationTable(translations);
+  XtOverrideTranslations(w, own);
   if (!c.font_list) c.font_list = XmeGetDefaultRenderTable(w, XmTEXT_FONTLIST);
   c.font_list = XmFontListCopy(c.font_list);
   c.text = XmStringCreateLocalized(const_cast<char *>(""));
   c.chosen = 0;
   c.text_gc = c.arrow_gc = nullptr;
+  c.old_focus = None;
+  c.old_revert = RevertToParent;
 
   c.shell = XtVaCreatePopupShell("ComboBoxMenuShell", xmGrabShellWidgetClass, w, XmNallowShellResize, True,
                                  XmNshadowThickness, 0, XmNownerEvents, True, XmNgrabStyle, GrabModeAsync,
@@ -329,6 +352,7 @@ static void Activate(Widget w) {
     if (c.chosen >= c.top_item_position + c.visible_item_count || c.chosen < c.top_item_position)
       XmListSetBottomPos(c.list, c.chosen);
   }
+  XGetInputFocus(XtDisplay(w), &c.old_focus, &c.old_revert);
   XtPopup(c.shell, XtGrabNone);
   XmProcessTraversal(c.list, XmTRAVERSE_CURRENT);
 }

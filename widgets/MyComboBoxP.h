@@ -32,6 +32,8 @@ typedef struct {
   XmString text; /* shown in the field */
   int chosen;    /* the position shown, 0 = none */
   GC text_gc, arrow_gc;
+  Window old_focus; /* the keyboard focus before the list popped up */
+  int old_revert;
 } MyComboBoxPart;
 
 typedef struct _MyComboBoxRec {

@@ -11,6 +11,8 @@
 #include <Xm/List.h>
 #include <Xm/XmP.h>
 
+#include <unistd.h>
+
 #include <cstdlib>
 #include <string>
 #include <vector>
@@ -261,6 +263,52 @@ TEST_F(ComboBoxTest, PopupNearTheEdgesStaysOnScreen) {
   MyComboBoxPopdown(combo_);
   Pump();
   EXPECT_FALSE(MyComboBoxIsPoppedUp(combo_));
+}
+
+TEST_F(ComboBoxTest, KeysOpenMoveChooseAndCancel) {
+  if (std::system("command -v xdotool >/dev/null 2>&1") != 0) GTEST_SKIP() << "xdotool is not installed";
+  Realize();
+  Add({"jpeg", "png", "gif"});
+  MyComboBoxSelectPos(combo_, 1);
+  chosen_ = Chosen();
+  for (int i = 0; i < 200; ++i) {
+    XWindowAttributes a;
+    XSync(dpy_, False);
+    if (XGetWindowAttributes(dpy_, XtWindow(shell_), &a) && a.map_state == IsViewable) break;
+    usleep(5000);
+  }
+  XSetInputFocus(dpy_, XtWindow(shell_), RevertToPointerRoot, CurrentTime);
+  Pump();
+  XmProcessTraversal(combo_, XmTRAVERSE_CURRENT);
+  Pump();
+  const std::string xdo = std::string("DISPLAY=") + DisplayString(dpy_) + " xdotool key --delay 30 ";
+  auto keys = [&](const char *k) {
+    ASSERT_EQ(std::system((xdo + k).c_str()), 0);
+    for (int i = 0; i < 5; ++i) {
+      Pump();
+      usleep(10000);
+    }
+  };
+  keys("Right");  // the next item, chosen at once
+  EXPECT_EQ(chosen_.calls, 1);
+  EXPECT_EQ(chosen_.position, 2);
+  EXPECT_TRUE(chosen_.had_event);
+  keys("Down");  // opens the list
+  ASSERT_TRUE(MyComboBoxIsPoppedUp(combo_));
+  keys("Down Return");  // moves in it, then chooses
+  EXPECT_FALSE(MyComboBoxIsPoppedUp(combo_));
+  EXPECT_EQ(chosen_.calls, 2);
+  EXPECT_EQ(Shown(), "gif");
+  keys("space");
+  ASSERT_TRUE(MyComboBoxIsPoppedUp(combo_));
+  keys("Up Escape");  // moved, then cancelled: nothing chosen
+  EXPECT_FALSE(MyComboBoxIsPoppedUp(combo_));
+  EXPECT_EQ(chosen_.calls, 2);
+  EXPECT_EQ(Shown(), "gif");
+  EXPECT_EQ(MyComboBoxGetSelectedPos(combo_), 3);
+  keys("Left Left Left");  // stops at the first
+  EXPECT_EQ(MyComboBoxGetSelectedPos(combo_), 1);
+  EXPECT_EQ(chosen_.calls, 4);
 }
 
 }  // namespace
