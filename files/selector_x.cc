@@ -522,8 +522,8 @@ Selector *Build(Widget parent, const SelectorRequest &req) {
   s->text = XtVaCreateManagedWidget("textField1", xmTextFieldWidgetClass, form, XmNmaxLength, kPathSize - 1,
                                     XmNtopAttachment, XmATTACH_WIDGET, XmNtopWidget, bar, XmNleftAttachment,
                                     XmATTACH_FORM, XmNrightAttachment, XmATTACH_FORM, nullptr);
-  XtOverrideTranslations(s->text,
-                         XtParseTranslationTable("~Shift ~Ctrl ~Meta ~Alt <Key>Tab: FileSelectorComplete()"));
+  static XtTranslations complete = XtParseTranslationTable("~Shift ~Ctrl ~Meta ~Alt <Key>Tab: FileSelectorComplete()");
+  XtOverrideTranslations(s->text, complete);
 
   // Bottom row: file type, then the two buttons.
   s->cancel = XtVaCreateManagedWidget("buttonCancel", xmPushButtonWidgetClass, form, XmNwidth, 90,

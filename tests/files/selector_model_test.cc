@@ -110,8 +110,11 @@ TEST(SelectorPath, RulesForSettingTheDirectory) {
 
   EXPECT_EQ(AbsoluteSelectorPath("../x/./y//z/", "/a/b"), "/a/x/y/z");
   EXPECT_EQ(AbsoluteSelectorPath("../../../..", "/a/b"), "/");
+  const char *home = std::getenv("HOME");
+  const std::string old_home = home ? home : "";
   setenv("HOME", "/home/me", 1);
   EXPECT_EQ(AbsoluteSelectorPath("~/pics", "/a"), "/home/me/pics");
+  if (home) setenv("HOME", old_home.c_str(), 1); else unsetenv("HOME");
   EXPECT_EQ(AbsoluteSelectorPath("~x", "/a"), "/a/~x");  // not a home reference
 
   EXPECT_EQ(AncestorDirectories("/home/user/pics/"),

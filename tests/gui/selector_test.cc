@@ -438,6 +438,78 @@ TEST_F(SelectorTest, DirectoryModeAcceptsTheDirectoryAndSeveralFilesOpenAsAList)
   EXPECT_EQ(s.path, a);
 }
 
+TEST_F(SelectorTest, ExtractIntoWritesThePagesWhereChosen) {
+  Open("QUILLA_TEST_DISPLAY");
+  const std::string path = dir_.file("pages.gif");
+  TslParams params;
+  tslDefaultParams(&params);
+  TslFile *file = nullptr;
+  ASSERT_EQ(tslFileCreate(&file, path.c_str(), tslFormatGetIndex("gif"), 2, &params), 0);
+  for (int i = 0; i < 2; ++i) {
+    TslPicture p = testutil::MakePicture(TSL_INDEXED, 20, 10, 5 + i, 16);
+    ASSERT_EQ(tslFileAddPicture(file, &p, &params), 0);
+    tslFree(&p);
+  }
+  ASSERT_EQ(tslFileClose(file), 0);
+  ::mkdir(dir_.file("out").c_str(), 0755);
+  Settings().View.DisableAnimation = true;
+  Widget view = OpenViewOnFile(App().shell, path.c_str(), 0);
+  ASSERT_NE(view, nullptr);
+  std::string title, field;
+  steps_ = {[&](Widget shell) {
+    char *t = nullptr;
+    XtVaGetValues(shell, XmNtitle, &t, nullptr);
+    title = t ? t : "";
+    field = Field(shell);  // the directory itself, ready to be extended
+    Type("/out");
+    Key("Return");
+  }};
+  RunViewCommand(view, "extractInto");
+  EXPECT_EQ(title, "Select Output Directory ...");
+  EXPECT_EQ(field, dir_.path());
+  EXPECT_STREQ(Settings().PathExtract, dir_.file("out").c_str());
+  for (int i = 1; i <= 2; ++i) {
+    TslPicture page{};
+    EXPECT_TRUE(testutil::ReadPnm(dir_.file("out/pages_extract_00" + std::to_string(i) + ".ppm"), &page)) << i;
+    EXPECT_EQ(page.width, 20u);
+    tslFree(&page);
+  }
+}
+
+TEST_F(SelectorTest, AncestorAndRecentMenusMove) {
+  Open("QUILLA_TEST_DISPLAY");
+  ::mkdir(dir_.file("a").c_str(), 0755);
+  ::mkdir(dir_.file("a/b").c_str(), 0755);
+  RememberDirectory(&Settings(), dir_.file("a"));
+  const char *home = std::getenv("HOME");
+  const std::string old_home = home ? home : "";
+  setenv("HOME", dir_.path().c_str(), 1);
+  std::vector<std::string> ancestors, recent, places;
+  steps_ = {[&](Widget shell) {
+    for (int i = 0; Widget item = XtNameToWidget(shell, ("*ancestorItem" + std::to_string(i)).c_str()); ++i)
+      if (XtIsManaged(item)) ancestors.push_back(Label(shell, ("*ancestorItem" + std::to_string(i)).c_str()));
+    for (int i = 0; Widget item = XtNameToWidget(shell, ("*dirItem" + std::to_string(i)).c_str()); ++i)
+      if (XtIsManaged(item)) recent.push_back(Label(shell, ("*dirItem" + std::to_string(i)).c_str()));
+    XtCallCallbacks(XtNameToWidget(shell, "*ancestorItem2"), XmNactivateCallback, nullptr);
+    places.push_back(Label(shell, "*ancestor"));
+    XtCallCallbacks(XtNameToWidget(shell, "*dirItem1"), XmNactivateCallback, nullptr);
+    places.push_back(Label(shell, "*ancestor"));
+    Key("Escape");
+  }};
+  SelectorRequest req;
+  req.title = "Load Files...";
+  req.initial = dir_.file("a/b");
+  EXPECT_FALSE(RunFileSelector(owner_, req, nullptr));
+  if (home) setenv("HOME", old_home.c_str(), 1); else unsetenv("HOME");
+  ASSERT_GE(ancestors.size(), 4u);
+  EXPECT_EQ(ancestors[0], dir_.file("a/b"));
+  EXPECT_EQ(ancestors[1], dir_.file("a"));
+  EXPECT_EQ(ancestors[2], dir_.path());
+  EXPECT_EQ(ancestors.back(), "/");
+  EXPECT_EQ(recent, (std::vector<std::string>{dir_.path(), dir_.file("a")}));  // home, then the recent ones
+  EXPECT_EQ(places, (std::vector<std::string>{dir_.path(), dir_.file("a")}));
+}
+
 TEST_F(SelectorTest, PreviewShowsInformationOrUnavailable) {
   for (const char *env : {"QUILLA_TEST_DISPLAY", "QUILLA_TEST_DISPLAY8"}) {
     SCOPED_TRACE(env);
