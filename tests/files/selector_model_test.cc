@@ -122,13 +122,6 @@ TEST(SelectorPath, RulesForSettingTheDirectory) {
   EXPECT_EQ(AncestorDirectories("/"), std::vector<std::string>{"/"});
 }
 
-TEST(SelectorPath, ModeBitsDecideTheOverwriteQuestion) {
-  EXPECT_TRUE(SelectorAsksOverwrite(kSelectorSave));
-  EXPECT_FALSE(SelectorAsksOverwrite(kSelectorSave | kSelectorNoOverwriteQuestion));
-  EXPECT_FALSE(SelectorAsksOverwrite(0));
-  EXPECT_FALSE(SelectorAsksOverwrite(kSelectorDirectory));
-}
-
 TEST(SelectorRecent, NewestFirstWithoutCopiesAtMostTen) {
   DefaultSettings s;
   EXPECT_TRUE(RecentDirectories(s.rec).empty());
