@@ -41,17 +41,15 @@ void OpenFiles(Widget owner) {
   SelectorResult res;
   if (!RunFileSelector(owner, req, &res) || res.paths.empty()) return;
   StorePath(Settings().PathLoad, DirectoryOf(res.paths.front()));
-  Widget shell = nullptr;
   if (res.paths.size() == 1) {
-    shell = OpenViewOnFile(App().shell, res.paths.front().c_str(), 0);
+    OpenViewOnFile(App().shell, res.paths.front().c_str(), 0);
   } else {
     const int count = static_cast<int>(res.paths.size());
     auto *list = static_cast<FileListEntry *>(std::calloc(static_cast<size_t>(count), sizeof(FileListEntry)));
     if (!list) return ShowMessage(owner, "Not enough memory");
     for (int i = 0; i < count; ++i) StorePath(list[i].path, res.paths[i]);
-    shell = OpenViewOnList(App().shell, list, count, 0);
+    OpenViewOnList(App().shell, list, count, 0);  // the view takes the list over
   }
-  if (shell && !App().main_window) App().main_window = shell;
 }
 
 // The name the central save writes when it appends the format's extension
