@@ -385,7 +385,7 @@ void Accept(Selector *s) {
     return Finish(s, {full}, SaveMode(s) ? SaveFormatFor(full, combo_format) : -1);
   }
   if (SaveMode(s)) return Finish(s, {full}, SaveFormatFor(full, combo_format));
-  // Opening a name that is not there: the place it names, if any, is shown.
+  // Opening a name that is not there: the bell, and the name stays to be corrected.
   XBell(dpy, 0);
 }
 
