@@ -381,6 +381,27 @@ TEST_F(SelectorTest, SaveFormatFollowsTheTypedExtensionElseTheComboBox) {
   EXPECT_TRUE(questions_.empty());
 }
 
+TEST_F(SelectorTest, OwnerGoingAwayEndsTheSelector) {
+  Open("QUILLA_TEST_DISPLAY");
+  Widget window = XtVaCreatePopupShell("QuillView", topLevelShellWidgetClass, App().shell, XmNwidth, 100, XmNheight,
+                                       80, nullptr);
+  XtPopup(window, XtGrabNone);
+  Pump();
+  Picture("one.png");
+  steps_ = {[&](Widget shell) {
+    SelectFile(shell, "one.png");  // a preview window and colours to give back
+    XtDestroyWidget(window);
+  }};
+  SelectorRequest req;
+  req.title = "Load Files...";
+  req.initial = dir_.path();
+  SelectorResult res;
+  EXPECT_FALSE(RunFileSelector(window, req, &res));
+  EXPECT_EQ(ShownFileSelector(), nullptr);
+  EXPECT_TRUE(res.paths.empty());
+  Pump();
+}
+
 TEST_F(SelectorTest, SavingOntoADirectoryEntersItWithoutAsking) {
   Open("QUILLA_TEST_DISPLAY");
   ::mkdir(dir_.file("inner").c_str(), 0755);
