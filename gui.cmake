@@ -40,7 +40,7 @@ function(quilla_gui_tests)
     return()
   endif()
   add_executable(test_gui ${_src})
-  target_link_libraries(test_gui PRIVATE GTest::gtest_main quilla_x widgets tessel ${X11_XTest_LIB})
+  target_link_libraries(test_gui PRIVATE GTest::gtest_main quilla_x widgets tessel)
   target_include_directories(test_gui PRIVATE ${CMAKE_CURRENT_SOURCE_DIR}/common)
   target_compile_definitions(test_gui PRIVATE QUILLA_SOURCE_DIR="${PROJECT_SOURCE_DIR}"
                              QUILLA_BINARY_DIR="${PROJECT_BINARY_DIR}")
