@@ -38,22 +38,7 @@ Widget ShellOf(Widget w) {
 
 bool Alive(Widget w) { return w && !w->core.being_destroyed; }
 
-// The dialog hook of files/load_x.h, which tests use to answer dialogs.
-void CallDialogHook(Widget shell) {
-  DialogHook hook = SetDialogHook(nullptr);
-  SetDialogHook(hook);
-  if (hook) hook(shell);
-}
-
 XmString MakeString(const char *text) { return XmStringCreateLocalized(const_cast<char *>(text)); }
-
-void PumpXEvents(XtAppContext app) {
-  while (XtAppPending(app) & XtIMXEvent) {
-    XEvent event;
-    XtAppNextEvent(app, &event);
-    XtDispatchEvent(&event);
-  }
-}
 
 // ---- the conversion dialog
 
