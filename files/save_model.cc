@@ -272,7 +272,8 @@ void ApplyFormatSettings(const SettingsRecord &settings, const char *name, bool 
 
 int SavePicture(SaveUi &ui, const SettingsRecord &settings, std::string *path, int format, const TslPicture &pic,
                 const SaveOptions &options) {
-  if (!options.remember) SetRememberedConversion(kNoConversion);
+  uint16_t &memory = options.memory ? *options.memory : g_remembered;
+  if (!options.remember) memory = kNoConversion;
   auto fail = [&](int code) {
     if (options.report_errors) ui.Message(SaveErrorText(path->c_str(), code));
     return code & 0xff;
@@ -310,9 +311,8 @@ int SavePicture(SaveUi &ui, const SettingsRecord &settings, std::string *path, i
     if (!resize(info.caps[accepted], pic, method, &resized)) return conversion_failed();
   } else {
     int code;
-    const uint16_t remembered = RememberedConversion();
-    if (options.remember && remembered >= kFirstConversion && remembered <= kLastConversion) {
-      code = remembered;
+    if (options.remember && memory >= kFirstConversion && memory <= kLastConversion) {
+      code = memory;
     } else if (options.conversion >= kFirstConversion && options.conversion <= kLastConversion) {
       code = options.conversion;
     } else {
@@ -320,7 +320,7 @@ int SavePicture(SaveUi &ui, const SettingsRecord &settings, std::string *path, i
       if (code >= kFirstConversion && code <= kLastConversion) g_last_chosen = code;
     }
     if (code < kFirstConversion || code > kLastConversion) return kSaveCancelled;
-    SetRememberedConversion(static_cast<uint16_t>(code));
+    memory = static_cast<uint16_t>(code);
     const int cap = CapabilityForCode(info, code);
     if (cap >= 0 && !resize(info.caps[cap], pic, ValidResample(settings.Resize.Resample), &resized))
       return conversion_failed();

@@ -158,6 +158,10 @@ struct SaveOptions {
   bool report_errors = true;   // show failures as messages
   bool app_switch = false;     // library flag 1 (verbose diagnostics)
   int conversion = 0;          // 1..32: the conversion to use instead of asking
+  // Where `remember` keeps the conversion: a run of saves (a batch) may hold
+  // its own, so that saves made meanwhile elsewhere do not disturb it;
+  // nullptr is the application-wide one (RememberedConversion).
+  uint16_t *memory = nullptr;
 };
 
 // Saves `pic` as *path in library format `format`, following the Save

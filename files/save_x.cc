@@ -263,7 +263,7 @@ class XSaveUi : public SaveUi {
     else shell_ = owner_ = nullptr;
   }
   ~XSaveUi() override {
-    if (progress_) quilla::CloseProgress(progress_);
+    CloseProgress();
     if (busy_ && owner_) SetBusy(owner_, false);
     if (shell_) XtRemoveCallback(shell_, XtNdestroyCallback, OwnerDestroyed, this);
   }
@@ -280,22 +280,40 @@ class XSaveUi : public SaveUi {
   }
   void OpenProgress(const std::string &label) override {
     progress_ = quilla::OpenProgress(owner_, "Saving...", label.c_str());
+    if (!progress_) return;
     // Stop would mean nothing: the library does not give up a save.
-    if (Widget stop = progress_ ? XtNameToWidget(progress_, "*buttonStop") : nullptr) XtSetSensitive(stop, False);
+    if (Widget stop = XtNameToWidget(progress_, "*buttonStop")) XtSetSensitive(stop, False);
+    // While the library reads the picture, the pump hands keys and clicks
+    // only to this dialog: no command may change or free the picture.
+    // Windows are still redrawn.
+    XtAddGrab(progress_, True, False);
+    XtAddCallback(progress_, XtNdestroyCallback, ProgressDestroyed, this);
   }
   // The save pump: shows the percentage, then handles every pending event
   // so that the windows stay drawn while the library writes.
   void Progress(int what, int value) override {
-    if (what == 0 && progress_) SetProgress(progress_, value);
-    if (progress_ && ShownProgress() == progress_) CallDialogHook(progress_);
+    if (what == 0 && grabbed()) SetProgress(progress_, value);
+    if (grabbed()) CallDialogHook(progress_);
     if (app_) PumpXEvents(app_);
   }
   void CloseProgress() override {
-    if (progress_) quilla::CloseProgress(progress_);
+    if (!progress_) return;
+    if (grabbed()) {
+      XtRemoveCallback(progress_, XtNdestroyCallback, ProgressDestroyed, this);
+      XtRemoveGrab(progress_);
+    }
+    quilla::CloseProgress(progress_);
     progress_ = nullptr;
+    progress_gone_ = false;
   }
 
  private:
+  bool grabbed() const { return progress_ && !progress_gone_; }
+  // Xt drops the grab of a destroyed widget by itself.
+  static void ProgressDestroyed(Widget, XtPointer data, XtPointer) {
+    static_cast<XSaveUi *>(data)->progress_gone_ = true;
+  }
+
   static void OwnerDestroyed(Widget, XtPointer data, XtPointer) {
     XSaveUi *ui = static_cast<XSaveUi *>(data);
     ui->owner_ = ui->shell_ = nullptr;
@@ -305,6 +323,7 @@ class XSaveUi : public SaveUi {
   Widget owner_, shell_;
   XtAppContext app_;
   Widget progress_ = nullptr;
+  bool progress_gone_ = false;
   bool busy_ = false;
 };
 

@@ -23,9 +23,9 @@ int CentralSave(Widget owner, const char *path, const TslPicture *pic, int forma
 
 // The same with every switch of the save (SaveOptions): batch conversion
 // passes unattended, remember (false for its first file, true for the
-// others, so one answer serves the whole run), no progress, and may give
-// the conversion itself so that nothing is asked.  *path receives the
-// default extension when one is added.
+// others, so one answer serves the whole run) with a memory of its own, no
+// progress, and may give the conversion itself so that nothing is asked.
+// *path receives the default extension when one is added.
 int CentralSaveWith(Widget owner, std::string *path, int format, const TslPicture *pic, const SaveOptions &options);
 
 // The conversion dialog QuillSaveCnv for saving `path` in `format`:

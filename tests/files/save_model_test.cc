@@ -155,8 +155,6 @@ TEST(SavePaths, DefaultExtensionAndFormatChoice) {
   EXPECT_EQ(ChooseSaveFormat("/x/y", "png"), png);
   EXPECT_EQ(ChooseSaveFormat("/x/y", "nosuchformat"), -1);
 
-  EXPECT_EQ(SavingLabel("/a.b/c.gif"), "Saving c.gif");
-  EXPECT_EQ(ConvertLabel("/a/c d.gif"), "Convert \"c d.gif\"");
   EXPECT_EQ(ResizingText(32, 16), "Resizing in 32x16");
   EXPECT_EQ(SaveErrorText("/a/b.gif", 5), "Can't create file \n</a/b.gif>");
   EXPECT_EQ(SaveErrorText("/a/b.gif", 9), "Bad picture file");  // never the library's message
@@ -206,9 +204,7 @@ TEST(SaveParameters, FromTheSaveSettings) {
   FillSaveRequest(s.rec, tslFormatGetIndex("jpeg"), rgb, false, false, &req);
   EXPECT_EQ(req.params.quality, 42);
   EXPECT_EQ(req.params.progressive, 1);
-  save.BmpCompress = true;
   FillSaveRequest(s.rec, tslFormatGetIndex("bmp"), rgb, false, false, &req);
-  EXPECT_EQ(req.params.compression, 1);
   EXPECT_EQ(req.params.quality, 100);  // JPEG's quality stays with JPEG
 
   // Cineon and DPX read the 8-to-10-bit table, 256 entries, only with UseLut.
@@ -305,6 +301,28 @@ TEST_F(SaveFlow, ConversionAskedOnceThenRemembered) {
   EXPECT_LE(back->colors, 2);
   EXPECT_EQ(ui_.progress_labels.size(), 3u);  // none for the save without progress
   EXPECT_TRUE(ui_.messages.empty());
+}
+
+TEST_F(SaveFlow, RunKeepsItsOwnConversion) {
+  uint16_t run = kNoConversion;
+  SaveOptions batch;
+  batch.memory = &run;
+  batch.unattended = true;
+  ui_.answer = 30;
+  std::string path = dir_.file("b1.gif");
+  ASSERT_EQ(Save(&path, "gif", rgb_, batch), 0);
+  EXPECT_EQ(run, 30);
+  EXPECT_EQ(RememberedConversion(), kNoConversion);
+  // An interactive save in between asks and forgets for itself only.
+  ui_.answer = 18;
+  path = dir_.file("single.gif");
+  ASSERT_EQ(Save(&path, "gif", rgb_), 0);
+  EXPECT_EQ(ui_.asked, 2);
+  batch.remember = true;
+  path = dir_.file("b2.gif");
+  ASSERT_EQ(Save(&path, "gif", rgb_, batch), 0);
+  EXPECT_EQ(ui_.asked, 2);
+  EXPECT_EQ(run, 30);
 }
 
 TEST_F(SaveFlow, CancelledOrFailedConversionWritesNothing) {

@@ -126,8 +126,8 @@ class CentralSave : public ::testing::Test {
     if (fd >= 0) close(fd);  // releases the lock
   }
 
-  int Save(const std::string &path, const TslPicture &pic, const char *format) {
-    return quilla::CentralSave(shell_, path.c_str(), &pic, format ? tslFormatGetIndex(format) : -1);
+  int Save(const std::string &path, const TslPicture &pic, const char *format, Widget owner = nullptr) {
+    return quilla::CentralSave(owner ? owner : shell_, path.c_str(), &pic, format ? tslFormatGetIndex(format) : -1);
   }
 
   // Saves a true-colour picture as GIF, accepting the preselected conversion
@@ -212,6 +212,37 @@ TEST_F(CentralSave, KeysChooseAnotherConversionAndEscapeCancels) {
   EXPECT_FALSE(testutil::FileExists(never));
   EXPECT_TRUE(messages_.empty());  // cancelling is no error
   EXPECT_EQ(quilla::BusyDepth(shell_), 0);
+}
+
+TEST_F(CentralSave, KeysDuringTheSaveDoNotReachTheWindow) {
+  Widget owner = XtVaCreatePopupShell("QuillView", topLevelShellWidgetClass, shell_, XmNwidth, 100, XmNheight, 80,
+                                      nullptr);
+  XtPopup(owner, XtGrabNone);
+  int keys = 0;
+  XtAddEventHandler(owner, KeyPressMask, False, [](Widget, XtPointer n, XEvent *, Boolean *) { ++*static_cast<int *>(n); },
+                    &keys);
+  bool typed = false;
+  auto answer = g_on_dialog;
+  g_on_dialog = [&](Widget shell) {
+    if (!typed && std::string(XtName(shell)) == "QuillProgress") {
+      typed = true;
+      Type(owner, "a");  // a command key for the window, while the library reads its picture
+    }
+    answer(shell);
+  };
+  testutil::Pic grey(testutil::MakePicture(TSL_GREY, 200, 200, 3));
+  ASSERT_EQ(Save(dir_.file("g.png"), grey, "png", owner), 0);
+  EXPECT_TRUE(typed);
+  EXPECT_EQ(keys, 0);
+  // Once the save is over the window takes its keys again.
+  Type(owner, "a");
+  XtAppContext app = XtWidgetToApplicationContext(owner);
+  for (int i = 0; i < 200 && keys == 0; ++i) {
+    while (XtAppPending(app)) XtAppProcessEvent(app, XtIMAll);
+    usleep(5000);
+  }
+  EXPECT_EQ(keys, 1);
+  XtDestroyWidget(owner);
 }
 
 TEST_F(CentralSave, UnwritablePlaceKeepsTheExistingFile) {
