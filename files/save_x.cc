@@ -45,7 +45,7 @@ XmString MakeString(const char *text) { return XmStringCreateLocalized(const_cas
 struct Conversion {
   Widget shell = nullptr, form = nullptr;
   Widget toggle[kToggleCount + 1] = {};  // 1..19
-  Widget grey_dither = nullptr, color_dither = nullptr;
+  Widget grey_dither = nullptr, color_dither = nullptr, ok = nullptr;
   int answer = kSaveCancelled;
   bool done = false;
   bool destroyed = false;  // the shell went away with its owner
@@ -91,6 +91,7 @@ void ToggleChanged(Widget w, XtPointer data, XtPointer call) {
   }
   for (int t = 1; t <= kToggleCount; ++t)
     if (c->toggle[t] != w) XmToggleButtonSetState(c->toggle[t], False, False);
+  XtSetSensitive(c->ok, True);
 }
 
 // A frame titled `title` holding a vertical column; returns the column.
@@ -149,7 +150,7 @@ Conversion *BuildConversion(Widget parent, const char *path, const TslFormatInfo
 
   // From the bottom up: the buttons, a separator, then the three frames
   // reaching down to the separator (the first column ends with "True Color").
-  Widget ok = MakeButton(c->form, "buttonOK", "O.K.", 10, 40);
+  Widget ok = c->ok = MakeButton(c->form, "buttonOK", "O.K.", 10, 40);
   Widget cancel = MakeButton(c->form, "buttonCancel", "Cancel", 60, 90);
   Widget sep = XtVaCreateManagedWidget("separator", xmSeparatorWidgetClass, c->form, XmNbottomAttachment,
                                        XmATTACH_WIDGET, XmNbottomWidget, ok, XmNleftAttachment, XmATTACH_FORM,
@@ -226,6 +227,7 @@ int AskSaveConversion(Widget owner, const char *path, const TslFormatInfo &forma
     XmToggleButtonSetState(c->grey_dither, choice.grey_dither, False);
     XmToggleButtonSetState(c->color_dither, choice.color_dither, False);
   }
+  XtSetSensitive(c->ok, focus != nullptr);  // O.K. waits for a choice
 
   Widget shell = c->shell;
   XtAppContext app = XtWidgetToApplicationContext(shell);
