@@ -272,15 +272,23 @@ void ApplyFormatSettings(const SettingsRecord &settings, const char *name, bool 
 
 int SavePicture(SaveUi &ui, const SettingsRecord &settings, std::string *path, int format, const TslPicture &pic,
                 const SaveOptions &options) {
+  TslFormatInfo info;
+  if (format < 0 || tslFormatGetInfo(format, &info) != TSL_OK) {
+    info = TslFormatInfo();
+    info.caps[0].kind = -1;
+  }
+  return SavePicture(ui, settings, path, format, info, pic, options);
+}
+
+int SavePicture(SaveUi &ui, const SettingsRecord &settings, std::string *path, int format, const TslFormatInfo &info,
+                const TslPicture &pic, const SaveOptions &options) {
   uint16_t &memory = options.memory ? *options.memory : g_remembered;
   if (!options.remember) memory = kNoConversion;
   auto fail = [&](int code) {
     if (options.report_errors) ui.Message(SaveErrorText(path->c_str(), code));
     return code & 0xff;
   };
-  TslFormatInfo info;
-  if (format < 0 || tslFormatGetInfo(format, &info) != TSL_OK || !(info.flags & TSL_CAN_WRITE))
-    return fail(TSL_ERR_CANT_SAVE);
+  if (format < 0 || !(info.flags & TSL_CAN_WRITE)) return fail(TSL_ERR_CANT_SAVE);
   if (!pic.pixels || pic.width == 0 || pic.height == 0) return fail(TSL_ERR_INTERNAL);
   *path = WithDefaultExtension(*path, info.suffix, settings.Save.AddExtensionIfNotExist);
 

@@ -172,6 +172,10 @@ struct SaveOptions {
 // (low 8 bits) or kSaveCancelled when the conversion was refused or failed.
 int SavePicture(SaveUi &ui, const SettingsRecord &settings, std::string *path, int format, const TslPicture &pic,
                 const SaveOptions &options);
+// The same with the format's description given (as tslFormatGetInfo fills
+// it for `format`), whose capability list decides the conversion.
+int SavePicture(SaveUi &ui, const SettingsRecord &settings, std::string *path, int format, const TslFormatInfo &info,
+                const TslPicture &pic, const SaveOptions &options);
 
 }  // namespace quilla
 

@@ -325,6 +325,37 @@ TEST_F(SaveFlow, RunKeepsItsOwnConversion) {
   EXPECT_EQ(run, 30);
 }
 
+TEST_F(SaveFlow, FixedSizeResizesWithANote) {
+  // PNG's writer under a capability list that demands 32x32 palettes.
+  const int png = tslFormatGetIndex("png");
+  TslFormatInfo info = FormatNamed("png");
+  info.caps[0] = {4, 256, 32, 32};
+  info.caps[1].kind = -1;
+  testutil::Pic pal(testutil::MakePicture(TSL_INDEXED, 64, 48, 5, 100));
+  SaveOptions remember;
+  remember.remember = true;
+  std::string path = dir_.file("icon.png");
+  ASSERT_EQ(SavePicture(ui_, s_.rec, &path, png, info, pal, remember), 0);
+  EXPECT_EQ(ui_.asked, 0);
+  EXPECT_EQ(ui_.messages, std::vector<std::string>{"Resizing in 32x32"});
+  EXPECT_EQ(ui_.busy, 0);
+  testutil::Pic back;
+  ASSERT_EQ(tslLoad(path.c_str(), &back, nullptr), 0);
+  EXPECT_EQ(back->width, 32u);
+  EXPECT_EQ(back->color_model, TSL_INDEXED);  // resized without leaving the palette
+  EXPECT_EQ(pal->width, 64u);
+
+  // A conversion to that entry resizes first; the note only with `remember`.
+  ui_.answer = 31;
+  path = dir_.file("icon2.png");
+  ASSERT_EQ(SavePicture(ui_, s_.rec, &path, png, info, rgb_, SaveOptions()), 0);
+  EXPECT_EQ(ui_.asked, 1);
+  EXPECT_EQ(ui_.messages.size(), 1u);
+  ASSERT_EQ(tslLoad(path.c_str(), &back, nullptr), 0);
+  EXPECT_EQ(back->width * 1000 + back->height, 32032u);
+  EXPECT_EQ(back->color_model, TSL_INDEXED);
+}
+
 TEST_F(SaveFlow, CancelledOrFailedConversionWritesNothing) {
   for (int answer : {255, 0, 33}) {
     ui_.answer = answer;
