@@ -25,9 +25,10 @@ namespace sidefuzz {
 // A private scratch directory for the process, made on first use.
 inline const std::string &ScratchDir() {
   static std::string dir = [] {
-    char templ[] = "/tmp/quilla-fuzz-XXXXXX";
-    const char *made = mkdtemp(templ);
-    return std::string(made ? made : "/tmp");
+    const char *base = std::getenv("TMPDIR");
+    std::string templ = std::string(base && *base ? base : "/tmp") + "/quilla-fuzz-XXXXXX";
+    const char *made = mkdtemp(&templ[0]);
+    return made ? std::string(made) : std::string("/tmp");
   }();
   return dir;
 }

@@ -297,6 +297,7 @@ TEST_F(SaveFlow, ConversionAskedOnceThenRemembered) {
   path = dir_.file("four.gif");
   ASSERT_EQ(Save(&path, "gif", rgb_, preset), 0);
   EXPECT_EQ(ui_.asked, 2);
+  back = testutil::Pic();
   ASSERT_EQ(tslLoad(path.c_str(), &back, nullptr), 0);
   EXPECT_LE(back->colors, 2);
   EXPECT_EQ(ui_.progress_labels.size(), 3u);  // none for the save without progress
@@ -351,6 +352,7 @@ TEST_F(SaveFlow, FixedSizeResizesWithANote) {
   ASSERT_EQ(SavePicture(ui_, s_.rec, &path, png, info, rgb_, SaveOptions()), 0);
   EXPECT_EQ(ui_.asked, 1);
   EXPECT_EQ(ui_.messages.size(), 1u);
+  back = testutil::Pic();
   ASSERT_EQ(tslLoad(path.c_str(), &back, nullptr), 0);
   EXPECT_EQ(back->width * 1000 + back->height, 32032u);
   EXPECT_EQ(back->color_model, TSL_INDEXED);
