@@ -172,7 +172,13 @@ struct Panel {
   Widget first_focus = nullptr;
   uint32_t pic_w = 0, pic_h = 0;  // the picture a size panel sizes (0: unknown)
   bool syncing = false;
+  std::function<void()> changed;  // called after any value changed
 };
+
+void Changed(Panel *p) {
+  if (p->changed && !p->syncing) p->changed();
+}
+void ControlChanged(Widget, XtPointer data, XtPointer) { Changed(static_cast<Panel *>(data)); }
 
 void ScaleMoved(Widget w, XtPointer data, XtPointer call) {
   auto *p = static_cast<Panel *>(data);
@@ -182,6 +188,7 @@ void ScaleMoved(Widget w, XtPointer data, XtPointer call) {
       p->syncing = true;
       SetText(p->slider_texts[k], PanelNumberText(cb->value, p->desc.sliders[k].decimals));
       p->syncing = false;
+      Changed(p);
     }
 }
 
@@ -195,6 +202,7 @@ void SliderTextChanged(Widget w, XtPointer data, XtPointer) {
       p->syncing = true;
       XmScaleSetValue(p->scales[k], v);
       p->syncing = false;
+      Changed(p);
     }
   }
 }
@@ -208,15 +216,16 @@ bool PercentMode(const Panel *p) {
 // Keep ratio: the other side follows the side typed.
 void SizeFieldChanged(Widget w, XtPointer data, XtPointer) {
   auto *p = static_cast<Panel *>(data);
-  if (p->syncing || p->fields.size() < 2 || p->checks.empty() || !XmToggleButtonGetState(p->checks[0])) return;
+  if (p->syncing) return;
+  if (p->fields.size() < 2 || p->checks.empty() || !XmToggleButtonGetState(p->checks[0])) return Changed(p);
   const bool from_w = w == p->fields[0];
   const int v = FieldValue(w);
-  if (v <= 0) return;
+  if (v <= 0) return Changed(p);
   int other;
   if (PercentMode(p)) {
     other = v;
   } else {
-    if (!p->pic_w || !p->pic_h) return;
+    if (!p->pic_w || !p->pic_h) return Changed(p);
     other = from_w ? static_cast<int>((static_cast<double>(v) * p->pic_h / p->pic_w) + 0.5)
                    : static_cast<int>((static_cast<double>(v) * p->pic_w / p->pic_h) + 0.5);
     if (other < 1) other = 1;
@@ -224,6 +233,7 @@ void SizeFieldChanged(Widget w, XtPointer data, XtPointer) {
   p->syncing = true;
   SetText(p->fields[from_w ? 1 : 0], std::to_string(other));
   p->syncing = false;
+  Changed(p);
 }
 
 // Pixels <-> percent: the fields are converted with the picture's size.
@@ -246,6 +256,7 @@ void SizeUnitChanged(Widget w, XtPointer data, XtPointer call) {
     SetText(p->fields[k], std::to_string(out < 1 ? 1 : out));
   }
   p->syncing = false;
+  Changed(p);
 }
 
 Widget HorizontalRow(Widget parent, const char *name) {
@@ -263,8 +274,10 @@ Widget FixedLabel(Widget parent, const std::string &text, Dimension width) {
 
 // Builds the panel of `row` under `parent` (a frame's work area), showing
 // `params`.
-Panel *BuildPanel(Widget parent, int row, const OpParams &params, uint32_t pic_w, uint32_t pic_h) {
+Panel *BuildPanel(Widget parent, int row, const OpParams &params, uint32_t pic_w, uint32_t pic_h,
+                  std::function<void()> changed = nullptr) {
   auto *p = new Panel;
+  p->changed = std::move(changed);
   p->desc = OpPanelFor(row);
   p->pic_w = pic_w;
   p->pic_h = pic_h;
@@ -297,7 +310,10 @@ Panel *BuildPanel(Widget parent, int row, const OpParams &params, uint32_t pic_w
     std::vector<Widget> buttons;
     if (g.option_menu) {
       Widget pull = XmCreatePulldownMenu(p->box, const_cast<char *>((g.name + "Pulldown").c_str()), nullptr, 0);
-      for (const PanelToggle &t : g.toggles) buttons.push_back(Button(pull, t.name.c_str(), t.label.c_str()));
+      for (const PanelToggle &t : g.toggles) {
+        buttons.push_back(Button(pull, t.name.c_str(), t.label.c_str()));
+        XtAddCallback(buttons.back(), XmNactivateCallback, ControlChanged, p);
+      }
       XmString s = Str(g.title);
       Arg args[3];
       int n = 0;
@@ -325,6 +341,7 @@ Panel *BuildPanel(Widget parent, int row, const OpParams &params, uint32_t pic_w
                                            static_cast<int>(t) == v.groups[k] ? True : False, nullptr);
         XmStringFree(s);
         if (!g.toggles[t].sensitive) XtSetSensitive(b, False);
+        XtAddCallback(b, XmNvalueChangedCallback, ControlChanged, p);
         buttons.push_back(b);
       }
       p->option_menus.push_back(nullptr);
@@ -339,7 +356,7 @@ Panel *BuildPanel(Widget parent, int row, const OpParams &params, uint32_t pic_w
       Widget text = XtVaCreateManagedWidget(d.fields[k].name.c_str(), xmTextFieldWidgetClass, line, XmNcolumns, 7,
                                             nullptr);
       SetText(text, std::to_string(v.fields[k]));
-      if (d.size_panel) XtAddCallback(text, XmNvalueChangedCallback, SizeFieldChanged, p);
+      XtAddCallback(text, XmNvalueChangedCallback, d.size_panel ? SizeFieldChanged : ControlChanged, p);
       p->fields.push_back(text);
       if (!p->first_focus) p->first_focus = text;
     }
@@ -355,6 +372,7 @@ Panel *BuildPanel(Widget parent, int row, const OpParams &params, uint32_t pic_w
       Widget b = XtVaCreateManagedWidget(d.checks[k].name.c_str(), xmToggleButtonWidgetClass, line, XmNlabelString,
                                          s, XmNset, v.checks[k] ? True : False, nullptr);
       XmStringFree(s);
+      XtAddCallback(b, XmNvalueChangedCallback, ControlChanged, p);
       p->checks.push_back(b);
     }
   }
@@ -432,8 +450,16 @@ struct OpDialog {
 };
 
 void StorePanel(OpDialog *d) {
-  if (!d->panel || d->selected < 0 || d->selected >= static_cast<int>(d->list.size())) return;
+  if (!d->panel || d->panel->desc.row < 0 || d->selected < 0 || d->selected >= static_cast<int>(d->list.size())) return;
   ApplyPanel(d->panel, &d->list[d->selected].params);
+}
+
+void ShowCommandLine(OpDialog *d) {
+  std::string line = OpProcessListCommandLine(d->list);
+  if (line.empty()) line = " ";
+  XmString s = Str(line);
+  XtVaSetValues(d->command, XmNlabelString, s, nullptr);
+  XmStringFree(s);
 }
 
 void ShowList(OpDialog *d) {
@@ -445,11 +471,19 @@ void ShowList(OpDialog *d) {
   }
   if (d->selected >= 0 && d->selected < static_cast<int>(d->list.size()))
     XmListSelectPos(d->process, d->selected + 1, False);
-  std::string line = OpProcessListCommandLine(d->list);
-  if (line.empty()) line = " ";
-  XmString s = Str(line);
-  XtVaSetValues(d->command, XmNlabelString, s, nullptr);
+  ShowCommandLine(d);
+}
+
+// A value of the panel changed: the entry, its line and the command line follow.
+void PanelChanged(OpDialog *d) {
+  if (d->selected < 0 || d->selected >= static_cast<int>(d->list.size())) return;
+  StorePanel(d);
+  XmString s = Str(OpProcessLabel(d->list[d->selected]));
+  int pos = d->selected + 1;
+  XmListReplaceItemsPosUnselected(d->process, &s, 1, pos);
+  XmListSelectPos(d->process, pos, False);
   XmStringFree(s);
+  ShowCommandLine(d);
 }
 
 void ShowPanel(OpDialog *d, int selected) {
@@ -457,7 +491,10 @@ void ShowPanel(OpDialog *d, int selected) {
   d->panel = nullptr;
   d->selected = selected;
   if (selected >= 0 && selected < static_cast<int>(d->list.size()))
-    d->panel = BuildPanel(d->frame, d->list[selected].index, d->list[selected].params, 0, 0);
+    d->panel = BuildPanel(d->frame, d->list[selected].index, d->list[selected].params, 0, 0,
+                          [d] { PanelChanged(d); });
+  else
+    d->panel = BuildPanel(d->frame, -1, OpParams(), 0, 0);  // "No parameters"
 }
 
 void ProcessSelected(Widget, XtPointer data, XtPointer call) {

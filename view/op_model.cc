@@ -3,6 +3,7 @@
 #include "view/op_model.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -127,6 +128,27 @@ bool OpMenuPlace(int row, int *top, int *submenu) {
   return true;
 }
 
+namespace {
+// Widget name of a menu entry: "op" and the option's letters, the
+// sub-option capitalised, the choice: "opNegate", "opNoiseGaussian", "opColors3".
+std::string EntryName(int row, int choice) {
+  const OpEntry &e = OpCatalogue()[row];
+  std::string n = "op";
+  auto add = [&](const char *word) {
+    bool first = true;
+    for (const char *c = word; *c; ++c) {
+      if (*c == '-') continue;
+      n += first ? static_cast<char>(std::toupper(static_cast<unsigned char>(*c))) : *c;
+      first = false;
+    }
+  };
+  add(e.option);
+  if (e.sub_option) add(e.sub_option);
+  if (choice >= 0) n += std::to_string(choice);
+  return n;
+}
+}  // namespace
+
 std::string OpCommandWord(int row, int choice) {
   const OpEntry *e = Row(row);
   if (!e) return "";
@@ -189,7 +211,7 @@ std::vector<OpMenuItem> OpMenuItems(int top, int submenu) {
         } else {
           item.label = std::to_string(kLevels[c]) + (e.kind == kKindGrey ? " Grey Levels" : " Colors");
         }
-        item.name = item.word.substr(2);
+        item.name = EntryName(row, c);
         items.push_back(item);
       }
       continue;
@@ -197,7 +219,7 @@ std::vector<OpMenuItem> OpMenuItems(int top, int submenu) {
     OpMenuItem item;
     item.row = row;
     item.word = OpCommandWord(row);
-    item.name = item.word.substr(2);
+    item.name = EntryName(row, -1);
     item.label = e.name;
     if (e.kind == kKindTrueColor) item.label = "True Colors";
     if (OpHasParameters(row)) item.label += "...";
