@@ -592,7 +592,9 @@ void SizeChosen(Widget w, XtPointer data, XtPointer) {
 }
 
 void ShowFilter(FilterDialog *d, const UserFilter &f) {
+  // A name read back from the file carries the blank written before the bar.
   std::string name = f.name;
+  while (!name.empty() && name.back() == ' ') name.pop_back();
   SetText(d->name, name);
   SetText(d->divisor, std::to_string(f.divisor));
   SetText(d->bias, std::to_string(f.bias));

@@ -229,7 +229,8 @@ Widget OpCascade(Widget parent, int submenu, bool enabled) {
   if (submenu == kSubColors || submenu == kSubGrey) {
     XtCreateManagedWidget("separator", xmSeparatorWidgetClass, pull, nullptr, 0);
     XmString s = XmStringCreateLocalized(const_cast<char *>("Dithered"));
-    Widget t = XtVaCreateManagedWidget("toggleDithered", xmToggleButtonWidgetClass, pull, XmNlabelString, s, nullptr);
+    Widget t = XtVaCreateManagedWidget("toggleDithered", xmToggleButtonWidgetClass, pull, XmNlabelString, s,
+                                       XmNvisibleWhenOff, True, nullptr);
     XmStringFree(s);
     XtAddCallback(t, XmNvalueChangedCallback, DitherToggled, nullptr);
     XtAddCallback(pull, XmNmapCallback, DitherMenuShown, nullptr);

@@ -525,7 +525,7 @@ TEST_F(OpsTest, UserFiltersApplyAndAreSavedOnlyWhenChanged) {
   Menu(shell, "userFilter");
   EXPECT_EQ(focus, "filterName");
   EXPECT_EQ(count, 1);
-  EXPECT_EQ(name, "Sharpen ");
+  EXPECT_EQ(name, "Sharpen");
   UserFilter f;
   ASSERT_TRUE(ParseUserFilterLine("Sharpen | 3 0 0 | -1x4 12 -1x4", &f));
   TslPicture expected{};
