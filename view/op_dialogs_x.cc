@@ -127,7 +127,7 @@ Widget ButtonRow(Modal *m, std::vector<Widget> *extra, const std::vector<std::pa
   }
   all.push_back(Button(row, "buttonCancel", "Cancel"));
   for (int k = 0; k < n; ++k)
-    XtVaSetValues(all[k], XmNleftAttachment, XmATTACH_POSITION, XmNleftPosition, k * 100 / n + 2,
+    XtVaSetValues(all[k], XmNdefaultButtonShadowThickness, 1, XmNleftAttachment, XmATTACH_POSITION, XmNleftPosition, k * 100 / n + 2,
                   XmNrightAttachment, XmATTACH_POSITION, XmNrightPosition, (k + 1) * 100 / n - 2,
                   XmNtopAttachment, XmATTACH_FORM, XmNbottomAttachment, XmATTACH_FORM, nullptr);
   XtAddCallback(all.front(), XmNactivateCallback, ModalOk, m);

@@ -243,7 +243,7 @@ Widget OpCascade(Widget parent, int submenu, bool enabled) {
 }
 
 // Adds the Image, Filter and Effects cascades to a menu bar or pop-up menu.
-void AddOperationMenus(Widget parent, bool in_view) {
+void AddOperationMenus(Widget parent, bool in_view, bool menu_bar) {
   const char mnemonics[3] = {'I', 'l', 'c'};
   for (int top = 0; top < 3; ++top) {
     const std::string pull_name = top == kTopEffects ? kOpSubmenus[kSubEffects].name
@@ -269,7 +269,7 @@ void AddOperationMenus(Widget parent, bool in_view) {
     }
     XmString s = XmStringCreateLocalized(const_cast<char *>(kOpTopMenuNames[top]));
     XtVaCreateManagedWidget(kOpTopMenuNames[top], xmCascadeButtonWidgetClass, parent, XmNsubMenuId, pull,
-                            XmNlabelString, s, XmNmnemonic, mnemonics[top], nullptr);
+                            XmNlabelString, s, XmNmnemonic, menu_bar ? mnemonics[top] : 0, nullptr);
     XmStringFree(s);
   }
 }
@@ -295,7 +295,7 @@ Widget CreateViewMenuBar(Widget parent) {
                                              XmNlabelString, label, XmNmnemonic, def.mnemonic, nullptr);
     XmStringFree(label);
     if (std::strcmp(def.name, "Help") == 0) XtVaSetValues(bar, XmNmenuHelpWidget, cascade, nullptr);
-    if (std::strcmp(def.name, "View") == 0) AddOperationMenus(bar, in_view);
+    if (std::strcmp(def.name, "View") == 0) AddOperationMenus(bar, in_view, true);
   }
   XtManageChild(bar);
   return bar;
@@ -310,7 +310,7 @@ Widget CreateViewPopupMenu(Widget parent) {
     XtVaCreateManagedWidget(def.name, xmCascadeButtonWidgetClass, popup, XmNsubMenuId, pull, XmNlabelString, label,
                             nullptr);
     XmStringFree(label);
-    if (std::strcmp(def.name, "View") == 0) AddOperationMenus(popup, true);
+    if (std::strcmp(def.name, "View") == 0) AddOperationMenus(popup, true, false);
   }
   return popup;
 }
