@@ -28,8 +28,6 @@ namespace {
 // The values each dialog was last answered with in this session (rows whose
 // values have no place in the settings keep them only here).
 std::map<int, OpParams> g_session;
-// The Advanced Operations list of this session.
-OpProcessList g_process_list;
 
 void Bell(Widget w) {
   if (w) XBell(XtDisplay(w), 0);
@@ -157,7 +155,7 @@ bool RunOperationCommand(Widget view, Widget owner, const char *word) {
     return false;
   if (!view) {
     // The start window: only the process list can be edited there.
-    if (w == "advancedOperations") EditProcessList(owner, &g_process_list);
+    if (w == "advancedOperations") EditProcessList(owner, &AdvancedProcessList());
     else Bell(owner);
     return true;
   }
@@ -174,7 +172,7 @@ bool RunOperationCommand(Widget view, Widget owner, const char *word) {
   } else if (w == "autoCrop") {
     AutoCrop(view, owner);
   } else if (w == "advancedOperations") {
-    EditProcessList(owner, &g_process_list, [view, owner](const OpProcessList &list) {
+    EditProcessList(owner, &AdvancedProcessList(), [view, owner](const OpProcessList &list) {
       ChangePicture(view, owner, [&](TslPicture *pic) { return OpRunProcessList(pic, list); });
     });
   } else if (w == "userFilter") {

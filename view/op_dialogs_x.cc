@@ -720,6 +720,11 @@ Widget LabelledField(Widget parent, const char *label, const char *name, int col
 
 }  // namespace
 
+OpProcessList &AdvancedProcessList() {
+  static OpProcessList list;
+  return list;
+}
+
 OpDialogHook SetOpDialogHook(OpDialogHook hook) {
   OpDialogHook old = g_hook;
   g_hook = hook;

@@ -28,6 +28,10 @@ bool AskOperationParameters(Widget owner, int row, OpParams *params, uint32_t pi
 // list is then the edited one); false on Cancel, *list unchanged.
 bool EditProcessList(Widget owner, OpProcessList *list,
                      const std::function<void(const OpProcessList &)> &apply = nullptr);
+// The process list of Image > Advanced Operations as the user last accepted
+// it in this session (empty at start).  Batch conversion writes it as
+// converter options with OpProcessListCommandLine.
+OpProcessList &AdvancedProcessList();
 
 // QuillUserFilter "User Defined Filter": edits the user's filter list (read
 // from $HOME, saved through SaveUserFilters when changed).  `apply` runs

@@ -18,6 +18,7 @@
 #include "view/op_model.h"
 #include "view/toolbar_icons.h"
 #include "view/view_menus_x.h"
+#include "widgets/BubbleHelp.h"
 #include "view/view_model.h"
 #include "view/view_x.h"
 
@@ -274,6 +275,26 @@ void AddOperationMenus(Widget parent, bool in_view, bool menu_bar) {
   }
 }
 
+// The bubble text of a tool bar button: the label of the menu entry that
+// runs the same command, with its key ("Zoom In (+)").
+std::string BubbleTextFor(const char *command) {
+  for (const MenuDef &def : kMenus)
+    for (int i = 0; i < def.count; ++i) {
+      const Entry &e = def.entries[i];
+      const char *word = e.command ? e.command : e.name;
+      if (!word || std::strcmp(word, command) != 0) continue;
+      std::string text = e.label;
+      if (text.size() > 3 && text.compare(text.size() - 3, 3, "...") == 0) text.resize(text.size() - 3);
+      if (e.accel_text) text += std::string(" (") + e.accel_text + ")";
+      return text;
+    }
+  return command;
+}
+
+Boolean ToolTipsWanted() {
+  return Settings().Start.ShowToolTipsInToolbar && Settings().Browser.ShowToolTips ? True : False;
+}
+
 bool InsideView(Widget w) {
   for (Widget p = w; p; p = XtParent(p))
     if (XtIsShell(p)) return std::strcmp(XtName(p), "QuillView") == 0;
@@ -347,6 +368,7 @@ Widget CreateViewToolBar(Widget parent) {
                                 nullptr);
   Display *dpy = XtDisplay(parent);
   const int32_t mask = Settings().Start.ToolbarViewConfig;
+  BubbleHelpSetEnabledProc(ToolTipsWanted);
   for (int i = 0; i < kToolbarButtonCount; ++i) {
     const ToolbarButton &tb = kToolbarButtons[i];
     Widget b = XtVaCreateWidget(tb.name, xmPushButtonWidgetClass, bar, XmNlabelType, XmPIXMAP, XmNmarginWidth, 2,
@@ -356,6 +378,7 @@ Widget CreateViewToolBar(Widget parent) {
     XtVaGetValues(b, XmNforeground, &fg, XmNbackground, &bg, XmNdepth, &depth, nullptr);
     XtVaSetValues(b, XmNlabelPixmap, Glyphs(dpy, fg, bg, depth)[i], nullptr);
     XtAddCallback(b, XmNactivateCallback, EntryActivated, const_cast<char *>(tb.command));
+    BubbleHelpAttach(b, BubbleTextFor(tb.command).c_str());
     if (ToolbarButtonShown(mask, i)) XtManageChild(b);
   }
   return bar;

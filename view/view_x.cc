@@ -107,6 +107,7 @@ struct ViewRecord {
   double preview_zoom = 100;
   XtIntervalId full_timer = 0;
   int min_area_w = 64;        // narrower, the menu bar or tool bar would wrap
+  bool placing_bars = false;  // scroll bars being managed or unmanaged
   int busy = 0;               // loads running inside this view's event pumping
   bool close_pending = false; // a close asked for while busy
 };
@@ -189,8 +190,41 @@ void UpdateLabel(ViewRecord *v) {
   XmStringFree(s);
 }
 
+// The room a scroll bar takes from the drawing area: its thickness and the
+// main window's spacing.
+int BarRoom(const ViewRecord *v, Widget bar) {
+  Dimension w = 0, h = 0, spacing = 0;
+  XtVaGetValues(bar, XmNwidth, &w, XmNheight, &h, nullptr);
+  XtVaGetValues(v->main_window, XmNspacing, &spacing, nullptr);
+  return (bar == v->scroll_v ? w : h) + spacing;
+}
+
+// Shows a scroll bar only in a direction where the picture is larger than
+// the drawing area.  Managing a bar resizes the area, which comes back here
+// through the resize callback: the flag stops that round.
+void ShowNeededScrollBars(ViewRecord *v, int free_w, int free_h) {
+  if (!v->scroll_h || !v->scroll_v || v->placing_bars) return;
+  v->placing_bars = true;
+  const ScrollBarNeed need = ScrollBarsNeeded(v->view_w, v->view_h, free_w, free_h, BarRoom(v, v->scroll_v),
+                                              BarRoom(v, v->scroll_h));
+  for (auto [bar, wanted] : {std::pair<Widget, bool>{v->scroll_h, need.h}, {v->scroll_v, need.v}}) {
+    if (wanted && !XtIsManaged(bar)) XtManageChild(bar);
+    if (!wanted && XtIsManaged(bar)) XtUnmanageChild(bar);
+  }
+  v->placing_bars = false;
+}
+
+// The drawing area's size with no scroll bar shown.
+void FreeAreaSize(const ViewRecord *v, int *w, int *h) {
+  AreaSize(v, w, h);
+  if (v->scroll_v && XtIsManaged(v->scroll_v)) *w += BarRoom(v, v->scroll_v);
+  if (v->scroll_h && XtIsManaged(v->scroll_h)) *h += BarRoom(v, v->scroll_h);
+}
+
 void UpdateScrollBars(ViewRecord *v) {
   int aw, ah;
+  FreeAreaSize(v, &aw, &ah);
+  ShowNeededScrollBars(v, aw, ah);
   AreaSize(v, &aw, &ah);
   v->scroll_x = ClampScroll(v->scroll_x, v->view_w, aw);
   v->scroll_y = ClampScroll(v->scroll_y, v->view_h, ah);
@@ -254,6 +288,9 @@ void SizeAreaTo(ViewRecord *v, int w, int h) {
   ScreenRoom(v, &rw, &rh);
   w = std::min(std::max(w, v->min_area_w), rw);
   h = std::min(std::max(h, 64), rh);
+  // The bars the new size needs are placed first, so the window is sized
+  // around the area alone when the picture fits.
+  ShowNeededScrollBars(v, w, h);
   if (!XtIsRealized(v->shell)) {
     XtVaSetValues(v->drawing_area, XmNwidth, w, XmNheight, h, nullptr);
     return;
@@ -268,16 +305,20 @@ void ApplyFit(ViewRecord *v, bool resize_window) {
   if (v->preview) {  // already decoded at the fitted size
     v->zoom = v->preview_zoom;
     v->scroll_x = v->scroll_y = 0;
+    v->view_w = static_cast<int>(p->width);
+    v->view_h = static_cast<int>(p->height);
     if (resize_window) SizeAreaTo(v, p->width, p->height);
     Refresh(v);
     return;
   }
   int aw, ah, rw, rh;
-  AreaSize(v, &aw, &ah);
+  FreeAreaSize(v, &aw, &ah);
   ScreenRoom(v, &rw, &rh);
   FitResult f = ComputeFit(Settings().View.Fit, p->width, p->height, aw, ah, rw, rh);
   v->zoom = f.zoom;
   v->scroll_x = v->scroll_y = 0;
+  v->view_w = f.view_w;
+  v->view_h = f.view_h;
   if (f.resize_window && resize_window) SizeAreaTo(v, f.view_w, f.view_h);
   Refresh(v);
 }
@@ -1027,7 +1068,7 @@ bool CreateWindow(ViewRecord *v, Widget parent) {
   for (Widget bar : {v->toolbar, v->menu}) {
     XtWidgetGeometry pref;
     if (bar && XtIsManaged(bar) && XtQueryGeometry(bar, nullptr, &pref) != XtGeometryNo)
-      v->min_area_w = std::max<int>(v->min_area_w, pref.width - 20);
+      v->min_area_w = std::max<int>(v->min_area_w, pref.width);
   }
   // The menu bar's preferred width leaves out the room its Help entry
   // needs on the right: count the entries' own widths.
@@ -1052,6 +1093,8 @@ bool CreateWindow(ViewRecord *v, Widget parent) {
   ScreenRoom(v, &rw, &rh);
   FitResult f = ComputeFit(Settings().View.Fit, p->width, p->height, rw, rh, rw, rh);
   if (Settings().View.Fit == kNoFit) f.view_w = std::min(static_cast<int>(p->width), rw), f.view_h = std::min(static_cast<int>(p->height), rh);
+  v->view_w = std::max(1, static_cast<int>(p->width * f.zoom / 100.0));
+  v->view_h = std::max(1, static_cast<int>(p->height * f.zoom / 100.0));
   SizeAreaTo(v, f.view_w, f.view_h);
 
   XtRealizeWidget(v->shell);

@@ -171,6 +171,44 @@ TEST_F(ViewTest, OpensWithItsWidgetTreeAtOneToOne) {
   EXPECT_NE(label.find("100%"), std::string::npos) << label;
 }
 
+// A scroll bar shows only where the picture is larger than the drawing
+// area; the window keeps its size when bars come and go while zooming.
+TEST_F(ViewTest, ScrollBarsOnlyWhereThePictureIsLarger) {
+  for (const char *env : {"QUILLA_TEST_DISPLAY", "QUILLA_TEST_DISPLAY8"}) {
+    Open(env);
+    if (IsSkipped()) return;
+    const std::string path = Picture("bars.png", TSL_RGB, 400, 300);
+    Widget shell = OpenViewOnFile(App().shell, path.c_str(), 0);
+    ASSERT_NE(shell, nullptr);
+    Pump();
+    ViewState s = State(shell);
+    Widget h = XtNameToWidget(shell, "*scrollBarH"), v = XtNameToWidget(shell, "*scrollBarV");
+    EXPECT_FALSE(XtIsManaged(h)) << env;
+    EXPECT_FALSE(XtIsManaged(v)) << env;
+    Dimension aw, ah, sw, sh, sw2, sh2;
+    XtVaGetValues(s.drawing_area, XmNwidth, &aw, XmNheight, &ah, nullptr);
+    EXPECT_EQ(ah, 300) << "the window is sized to the picture alone";
+    XtVaGetValues(shell, XmNwidth, &sw, XmNheight, &sh, nullptr);
+    RunViewCommand(shell, "zoom+");
+    Pump();
+    EXPECT_TRUE(XtIsManaged(h));
+    EXPECT_TRUE(XtIsManaged(v));
+    XtVaGetValues(shell, XmNwidth, &sw2, XmNheight, &sh2, nullptr);
+    EXPECT_EQ(sw2, sw);
+    EXPECT_EQ(sh2, sh);
+    RunViewCommand(shell, "zoom100");
+    Pump();
+    EXPECT_FALSE(XtIsManaged(h));
+    EXPECT_FALSE(XtIsManaged(v));
+    XtVaGetValues(shell, XmNwidth, &sw2, XmNheight, &sh2, nullptr);
+    EXPECT_EQ(sw2, sw);
+    EXPECT_EQ(sh2, sh);
+    XtVaGetValues(s.drawing_area, XmNwidth, &aw, XmNheight, &ah, nullptr);
+    EXPECT_EQ(ah, 300);
+    TearDown();
+  }
+}
+
 TEST_F(ViewTest, WindowPixelsAreThePicturePixelsAtOneToOne) {
   Open("QUILLA_TEST_DISPLAY");
   if (CurrentVisual().info.cls != kTrueColor) GTEST_SKIP() << "needs a TrueColor visual";
