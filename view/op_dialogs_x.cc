@@ -29,6 +29,7 @@
 #include <vector>
 
 #include "core/app_x.h"
+#include "files/load_x.h"
 #include "view/op_model.h"
 
 namespace quilla {
@@ -696,14 +697,16 @@ void FilterDelete(Widget, XtPointer data, XtPointer) {
   if (d->selected >= 0) ShowFilter(d, d->list.filters[d->selected]);
 }
 
+// The file of the list could not be written: the user is told where.
+void SaveFailed(Widget owner, const std::string &path) {
+  ShowMessage(owner, "Can't create file \n<" + path + ">");
+}
+
 // Writes the list now; the dialog keeps its own copy.
 void FilterSave(Widget, XtPointer data, XtPointer) {
   auto *d = static_cast<FilterDialog *>(data);
   UserFilterList copy = d->list;
-  if (!SaveUserFilters(&copy)) {
-    XBell(XtDisplay(d->filters), 0);
-    return;
-  }
+  if (!SaveUserFilters(&copy)) return SaveFailed(d->modal.shell, d->list.path);
   d->list.modified = false;
 }
 
@@ -903,8 +906,9 @@ void EditUserFilters(Widget owner, const std::function<void(const UserFilter &)>
 
   RunModal(&d->modal, d->name);
   const bool ok = d->modal.ok && !d->modal.destroyed;
-  if (ok) SaveUserFilters(&d->list);  // writes only when something changed
   EndModal(&d->modal);
+  const std::string path = d->list.path;
+  if (ok && !SaveUserFilters(&d->list)) SaveFailed(owner, path);  // writes only when something changed
 }
 
 }  // namespace quilla
