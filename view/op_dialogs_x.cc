@@ -113,8 +113,9 @@ void BuildModal(Modal *m, Widget owner, const char *shell_name, const char *titl
                              6, XmNverticalSpacing, 6, nullptr);
 }
 
-// The O.K./Cancel row at the bottom of a form (extra buttons between them).
-// Returns the row.
+// The O.K./Cancel row at the bottom of a form (extra buttons between them):
+// O.K. answers Return, Cancel Escape.  Returns the separator above the row,
+// for the form's other children to attach to.
 Widget ButtonRow(Modal *m, std::vector<Widget> *extra, const std::vector<std::pair<const char *, const char *>> &names) {
   Widget row = XtVaCreateManagedWidget("buttonRow", xmFormWidgetClass, m->form, XmNleftAttachment, XmATTACH_FORM,
                                        XmNrightAttachment, XmATTACH_FORM, XmNbottomAttachment, XmATTACH_FORM,
@@ -128,17 +129,16 @@ Widget ButtonRow(Modal *m, std::vector<Widget> *extra, const std::vector<std::pa
   }
   all.push_back(Button(row, "buttonCancel", "Cancel"));
   for (int k = 0; k < n; ++k)
-    XtVaSetValues(all[k], XmNdefaultButtonShadowThickness, 1, XmNleftAttachment, XmATTACH_POSITION, XmNleftPosition, k * 100 / n + 2,
-                  XmNrightAttachment, XmATTACH_POSITION, XmNrightPosition, (k + 1) * 100 / n - 2,
-                  XmNtopAttachment, XmATTACH_FORM, XmNbottomAttachment, XmATTACH_FORM, nullptr);
+    XtVaSetValues(all[k], XmNdefaultButtonShadowThickness, 1, XmNleftAttachment, XmATTACH_POSITION,
+                  XmNleftPosition, k * 100 / n + 2, XmNrightAttachment, XmATTACH_POSITION, XmNrightPosition,
+                  (k + 1) * 100 / n - 2, XmNtopAttachment, XmATTACH_FORM, XmNbottomAttachment, XmATTACH_FORM,
+                  nullptr);
   XtAddCallback(all.front(), XmNactivateCallback, ModalOk, m);
   XtAddCallback(all.back(), XmNactivateCallback, ModalCancel, m);
   XtVaSetValues(m->form, XmNdefaultButton, all.front(), XmNcancelButton, all.back(), nullptr);
-  Widget sep = XtVaCreateManagedWidget("separator", xmSeparatorWidgetClass, m->form, XmNleftAttachment,
-                                       XmATTACH_FORM, XmNrightAttachment, XmATTACH_FORM, XmNbottomAttachment,
-                                       XmATTACH_WIDGET, XmNbottomWidget, row, nullptr);
-  (void)sep;
-  return sep;
+  return XtVaCreateManagedWidget("separator", xmSeparatorWidgetClass, m->form, XmNleftAttachment, XmATTACH_FORM,
+                                 XmNrightAttachment, XmATTACH_FORM, XmNbottomAttachment, XmATTACH_WIDGET,
+                                 XmNbottomWidget, row, nullptr);
 }
 
 // Shows the dialog with the keyboard in `focus` and waits for its answer.
@@ -220,17 +220,8 @@ void SizeFieldChanged(Widget w, XtPointer data, XtPointer) {
   if (p->syncing) return;
   if (p->fields.size() < 2 || p->checks.empty() || !XmToggleButtonGetState(p->checks[0])) return Changed(p);
   const bool from_w = w == p->fields[0];
-  const int v = FieldValue(w);
-  if (v <= 0) return Changed(p);
-  int other;
-  if (PercentMode(p)) {
-    other = v;
-  } else {
-    if (!p->pic_w || !p->pic_h) return Changed(p);
-    other = from_w ? static_cast<int>((static_cast<double>(v) * p->pic_h / p->pic_w) + 0.5)
-                   : static_cast<int>((static_cast<double>(v) * p->pic_w / p->pic_h) + 0.5);
-    if (other < 1) other = 1;
-  }
+  const int other = SizeOtherSide(FieldValue(w), from_w, PercentMode(p), p->pic_w, p->pic_h);
+  if (other < 0) return Changed(p);
   p->syncing = true;
   SetText(p->fields[from_w ? 1 : 0], std::to_string(other));
   p->syncing = false;
@@ -245,17 +236,8 @@ void SizeUnitChanged(Widget w, XtPointer data, XtPointer call) {
   const bool to_percent = w == p->toggles[0][1];
   const uint32_t size[2] = {p->pic_w, p->pic_h};
   p->syncing = true;
-  for (int k = 0; k < 2; ++k) {
-    const int v = FieldValue(p->fields[k]);
-    int out;
-    if (!size[0] || !size[1] || v <= 0)
-      out = to_percent ? 100 : (size[k] ? static_cast<int>(size[k]) : v);
-    else if (to_percent)
-      out = static_cast<int>(v * 100.0 / size[k] + 0.5);
-    else
-      out = static_cast<int>(v * size[k] / 100.0 + 0.5);
-    SetText(p->fields[k], std::to_string(out < 1 ? 1 : out));
-  }
+  for (int k = 0; k < 2; ++k)
+    SetText(p->fields[k], std::to_string(SizeInOtherUnit(FieldValue(p->fields[k]), to_percent, size[k])));
   p->syncing = false;
   Changed(p);
 }

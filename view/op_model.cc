@@ -511,6 +511,26 @@ bool PanelNumberParse(const char *text, const PanelNumber &number, int *value) {
   return true;
 }
 
+int SizeOtherSide(int typed, bool typed_width, bool percent, uint32_t pic_w, uint32_t pic_h) {
+  if (typed <= 0) return -1;
+  if (percent) return typed;
+  if (!pic_w || !pic_h) return -1;
+  const double other = typed_width ? static_cast<double>(typed) * pic_h / pic_w
+                                   : static_cast<double>(typed) * pic_w / pic_h;
+  return std::max(1, static_cast<int>(std::min(other + 0.5, 65535.0)));
+}
+
+int SizeInOtherUnit(int value, bool to_percent, uint32_t side) {
+  int out;
+  if (!side || value <= 0)
+    out = to_percent ? 100 : (side ? static_cast<int>(side) : value);
+  else if (to_percent)
+    out = static_cast<int>(std::min(value * 100.0 / side + 0.5, 10000.0));
+  else
+    out = static_cast<int>(std::min(value * static_cast<double>(side) / 100.0 + 0.5, 65535.0));
+  return std::max(1, out);
+}
+
 // ---- remembered values --------------------------------------------------------------------
 
 namespace {

@@ -115,6 +115,15 @@ bool OpHasParameters(int row);
 std::string PanelNumberText(int value, int decimals);
 bool PanelNumberParse(const char *text, const PanelNumber &number, int *value);
 
+// Size panels.  With the ratio kept, the side not typed follows the one
+// typed: in percent it is the same number, in pixels it keeps the picture's
+// proportions (pic_w x pic_h; 0 when the size is unknown: no change, -1).
+int SizeOtherSide(int typed, bool typed_width, bool percent, uint32_t pic_w, uint32_t pic_h);
+// A size field's number when the unit changes, for a picture side of
+// `side` pixels (0: unknown, then percent starts at 100 and pixels keep the
+// number).  Never below 1.
+int SizeInOtherUnit(int value, bool to_percent, uint32_t side);
+
 // ---- remembered values ---------------------------------------------------------------
 
 constexpr int kLastValueCount = 25;

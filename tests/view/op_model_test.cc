@@ -185,6 +185,22 @@ TEST(OpPanels, SizePanelWritesPixelsOrPercent) {
   EXPECT_EQ(OpProcessCommandLine(OpNewProcess(Row("-canvas"))), "-ratio -canvas 100% 100% ");
 }
 
+TEST(OpPanels, SizeFieldsFollowTheRatioAndTheUnit) {
+  EXPECT_EQ(SizeOtherSide(60, true, false, 120, 90), 45);
+  EXPECT_EQ(SizeOtherSide(45, false, false, 120, 90), 60);
+  EXPECT_EQ(SizeOtherSide(1, true, false, 1000, 1), 1);         // never 0
+  EXPECT_EQ(SizeOtherSide(60000, true, false, 1, 1000), 65535);  // nor past the field
+  EXPECT_EQ(SizeOtherSide(37, true, true, 120, 90), 37);         // percent: the same number
+  EXPECT_EQ(SizeOtherSide(60, true, false, 0, 90), -1);          // size unknown
+  EXPECT_EQ(SizeOtherSide(0, true, false, 120, 90), -1);
+  EXPECT_EQ(SizeInOtherUnit(60, true, 120), 50);
+  EXPECT_EQ(SizeInOtherUnit(50, false, 90), 45);
+  EXPECT_EQ(SizeInOtherUnit(1, true, 100000), 1);
+  EXPECT_EQ(SizeInOtherUnit(640, true, 0), 100);
+  EXPECT_EQ(SizeInOtherUnit(100, false, 0), 100);
+  EXPECT_EQ(SizeInOtherUnit(0, false, 90), 90);
+}
+
 TEST(OpPanels, NumberTextsAndTheirParsing) {
   EXPECT_EQ(PanelNumberText(105, 2), "1.05");
   EXPECT_EQ(PanelNumberText(-50, 2), "-0.50");
