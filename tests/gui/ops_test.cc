@@ -398,6 +398,42 @@ TEST_F(OpsTest, CropWithoutSelectionAsksForTheRectangle) {
   EXPECT_EQ(State(shell).height, 8u);
 }
 
+TEST_F(OpsTest, AutoCropTrimsTheBackgroundBorderOrSaysNothingIsLeft) {
+  Open("QUILLA_TEST_DISPLAY");
+  TslPicture p = testutil::MakePicture(TSL_RGB, 40, 30);
+  for (uint32_t y = 0; y < 30; ++y)
+    for (uint32_t x = 0; x < 40; ++x) {
+      const bool inside = x >= 6 && x < 31 && y >= 4 && y < 20;
+      std::memset(p.pixels + y * p.bytes_per_line + x * 3, inside ? 0x20 : 0xF8, 3);
+    }
+  TslParams params;
+  tslDefaultParams(&params);
+  params.format = tslFormatGetIndex("png");
+  const std::string path = dir_.file("border.png");
+  ASSERT_EQ(tslSave(path.c_str(), &p, &params), 0);
+  tslFree(&p);
+  Widget shell = OpenViewOnFile(App().shell, path.c_str(), 0);
+  ASSERT_NE(shell, nullptr);
+  Pump();
+  Settings().AutoCrop.BackColor = 0xFFFFFF;
+  Settings().AutoCrop.Tolerance = 8;
+  Menu(shell, "autoCrop");
+  EXPECT_EQ(State(shell).width, 25u);
+  EXPECT_EQ(State(shell).height, 16u);
+  // What is left is all of one colour: a background that matches it leaves nothing.
+  static std::string message;
+  message.clear();
+  DialogHook old = SetDialogHook([](Widget box) {
+    message = guitest::LabelText(box, "*labelMessage");
+    XtCallCallbacks(XtNameToWidget(box, "*buttonOK"), XmNactivateCallback, nullptr);
+  });
+  Settings().AutoCrop.BackColor = 0x202020;
+  Menu(shell, "autoCrop");
+  SetDialogHook(old);
+  EXPECT_NE(message.find("nothing would be left"), std::string::npos) << message;
+  EXPECT_EQ(State(shell).width, 25u);
+}
+
 TEST_F(OpsTest, ResizeToATypedSizeKeepingTheRatio) {
   Open("QUILLA_TEST_DISPLAY");
   Widget shell = OpenPicture(TSL_RGB, 120, 90);
