@@ -121,8 +121,8 @@ void RunRow(Widget view, Widget owner, int row, int choice, const OpRect *select
   }
   if (!selection) Remember(row, params);
   const OpFunc op = OpCatalogue()[row].operation;
+  // A change takes the selection away (ViewEndChange); a refused one keeps it.
   ChangePicture(view, owner, [&](TslPicture *pic) { return op(pic, nullptr, nullptr, params); });
-  if (OpCatalogue()[row].kind == kKindCrop) ViewClearSelection(view);
 }
 
 void AutoCrop(Widget view, Widget owner) {

@@ -1545,11 +1545,6 @@ bool ViewGetSelection(Widget w, OpRect *out) {
   return true;
 }
 
-void ViewClearSelection(Widget w) {
-  ViewRecord *v = FindView(w);
-  if (v) SetSelection(v, OpRect{0, 0, 0, 0});
-}
-
 Widget ViewShellAt(int index) {
   if (index < 0 || index >= static_cast<int>(g_views.size())) return nullptr;
   return g_views[index]->shell;

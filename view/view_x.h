@@ -89,8 +89,6 @@ void ViewSetFile(Widget w, const char *path, int format, bool modified);
 // The rectangle drawn with the left button, in picture coordinates; false
 // when there is none (or it is empty).
 bool ViewGetSelection(Widget w, OpRect *out);
-// Takes the drawn rectangle away.
-void ViewClearSelection(Widget w);
 
 }  // namespace quilla
 
