@@ -41,6 +41,7 @@
 #include "view/view_hooks_x.h"
 #include "view/view_menus_x.h"
 #include "view/view_model.h"
+#include "view/op_model.h"
 
 namespace quilla {
 
@@ -90,6 +91,14 @@ struct ViewRecord {
   Dimension saved_w = 0, saved_h = 0;
   bool picker = false;
   int drag_x = -1, drag_y = -1;
+  // The crop selection, in picture coordinates: drawn with the left button
+  // from the anchor (a pixel boundary) to the pointer.
+  OpRect sel{0, 0, 0, 0};
+  bool selecting = false;
+  int anchor_x = 0, anchor_y = 0;
+  unsigned pressed = 0;  // the button held down (1 or 2), 0 none
+  int press_x = 0, press_y = 0;
+  bool moved = false;    // the pointer went further than a click allows
   // A large JPEG that opens shrunk to the screen is first shown from a
   // reduced decode (the codec's own scaling, at the displayed size); the
   // full picture is loaded right after that first paint.
@@ -175,6 +184,7 @@ void UpdateLabel(ViewRecord *v) {
   }
   std::string text = InfoLabelText(info);
   if (Settings().View.ShowFilename && !v->path.empty()) text = v->path + "  " + text;
+  if (v->sel.width > 0 && v->sel.height > 0) text += "  " + SelectionText(v->sel);
   XmString s = XmStringCreateLocalized(const_cast<char *>(text.c_str()));
   XtVaSetValues(v->label_info, XmNlabelString, s, nullptr);
   XmStringFree(s);
@@ -416,6 +426,7 @@ int LoadInto(ViewRecord *v, const char *path, int page, bool report) {
   tslFree(&v->undo);
   tslFree(&v->mask);
   v->show_mask = false;
+  v->sel = OpRect{0, 0, 0, 0};
   v->pic = pic;
   v->modified = false;
   v->path = path;
@@ -553,6 +564,7 @@ void RunOperation(ViewRecord *v, int code) {
     return;
   }
   v->modified = true;
+  v->sel = OpRect{0, 0, 0, 0};
   if (code == kOpRotateLeft || code == kOpRotateRight) {
     if (Settings().View.KeepZoomFactor)
       Refresh(v);
@@ -759,6 +771,52 @@ Boolean ExitWhenIdle(XtPointer client) {
   std::_Exit(0);
 }
 
+// ---- crop selection ------------------------------------------------------------
+
+// The outline of the selection as a dashed black and white rectangle.
+void DrawSelection(ViewRecord *v) {
+  if (v->sel.width <= 0 || v->sel.height <= 0 || !v->gc) return;
+  int ox, oy;
+  Origin(v, &ox, &oy);
+  const OpRect r = SelectionOnWindow(v->sel, ox, oy, v->zoom);
+  Display *dpy = XtDisplay(v->shell);
+  XSetForeground(dpy, v->gc, v->colours->white);
+  XSetBackground(dpy, v->gc, v->colours->black);
+  XSetLineAttributes(dpy, v->gc, 1, LineDoubleDash, CapButt, JoinMiter);
+  XDrawRectangle(dpy, v->canvas, v->gc, r.x, r.y, std::max(0, r.width - 1), std::max(0, r.height - 1));
+  XSetLineAttributes(dpy, v->gc, 0, LineSolid, CapButt, JoinMiter);
+}
+
+// Redraws the picture under the outline of the selection (its four edges).
+void EraseSelection(ViewRecord *v) {
+  if (v->sel.width <= 0 || v->sel.height <= 0) return;
+  int ox, oy;
+  Origin(v, &ox, &oy);
+  const OpRect r = SelectionOnWindow(v->sel, ox, oy, v->zoom);
+  Display *dpy = XtDisplay(v->shell);
+  XClearArea(dpy, v->canvas, r.x, r.y, r.width, 1, True);
+  XClearArea(dpy, v->canvas, r.x, r.y + r.height - 1, r.width, 1, True);
+  XClearArea(dpy, v->canvas, r.x, r.y, 1, r.height, True);
+  XClearArea(dpy, v->canvas, r.x + r.width - 1, r.y, 1, r.height, True);
+}
+
+void SetSelection(ViewRecord *v, const OpRect &sel) {
+  EraseSelection(v);
+  v->sel = sel;
+  DrawSelection(v);
+  UpdateLabel(v);
+}
+
+// The selection from the anchor to the window point (x, y).
+void DragSelection(ViewRecord *v, int x, int y) {
+  const TslPicture *p = Shown(v);
+  int ox, oy;
+  Origin(v, &ox, &oy);
+  const OpRect b = SelectionRect(x, y, x, y, ox, oy, v->zoom, p->width, p->height);
+  SetSelection(v, OpRect{std::min(v->anchor_x, b.x), std::min(v->anchor_y, b.y), std::abs(b.x - v->anchor_x),
+                         std::abs(b.y - v->anchor_y)});
+}
+
 void CanvasEvent(Widget, XtPointer client, XEvent *ev, Boolean *) {
   auto *v = static_cast<ViewRecord *>(client);
   // The canvas covers the drawing area at 0,0, so the drawing area's own
@@ -784,6 +842,7 @@ void CanvasEvent(Widget, XtPointer client, XEvent *ev, Boolean *) {
       int ox, oy;
       Origin(v, &ox, &oy);
       DrawExposedArea(v->canvas, v->gc, v->display, ox, oy, x0, y0, x1 - x0, y1 - y0);
+      DrawSelection(v);
       // A quick reduced picture is on the screen: the full one follows,
       // unless the program is only asked to show its first paint.
       const char *bench = std::getenv("QUILLA_EXIT_AFTER_PAINT");
@@ -800,8 +859,11 @@ void CanvasEvent(Widget, XtPointer client, XEvent *ev, Boolean *) {
       break;
     }
     case MotionNotify:
+      if (v->pressed && std::abs(ev->xmotion.x - v->press_x) + std::abs(ev->xmotion.y - v->press_y) > 3)
+        v->moved = true;
       if (v->picker) ShowPicker(v, ev->xmotion.x, ev->xmotion.y, ev->xmotion.x_root, ev->xmotion.y_root);
-      if ((ev->xmotion.state & Button1Mask) && v->drag_x >= 0) {
+      if (v->selecting && (ev->xmotion.state & Button1Mask)) DragSelection(v, ev->xmotion.x, ev->xmotion.y);
+      if ((ev->xmotion.state & (Button1Mask | Button2Mask)) && v->drag_x >= 0) {
         v->scroll_x += v->drag_x - ev->xmotion.x;
         v->scroll_y += v->drag_y - ev->xmotion.y;
         v->drag_x = ev->xmotion.x;
@@ -819,13 +881,29 @@ void CanvasEvent(Widget, XtPointer client, XEvent *ev, Boolean *) {
       if (b == Button3 && v->popup) {
         XmMenuPosition(v->popup, &ev->xbutton);
         XtManageChild(v->popup);
-      } else if (b == Button1 && Settings().View.MouseNavigation) {
-        DoCommand(v, "next");
-      } else if (b == Button2 && Settings().View.MouseNavigation) {
-        DoCommand(v, "prev");
-      } else if (b == Button1) {
+      } else if (b == Button1 || b == Button2) {
+        // A click of the left or middle button moves to the next or previous
+        // file (View.MouseNavigation); dragging with the left button draws the
+        // crop selection, with Shift + left or the middle button it moves the
+        // picture.
+        v->press_x = ev->xbutton.x;
+        v->press_y = ev->xbutton.y;
+        v->pressed = b;
+        v->moved = false;
+      }
+      if ((b == Button1 && (ev->xbutton.state & ShiftMask)) || b == Button2) {
         v->drag_x = ev->xbutton.x;
         v->drag_y = ev->xbutton.y;
+      } else if (b == Button1 && Shown(v)->pixels && !v->preview) {
+        const TslPicture *p = Shown(v);
+        int ox, oy;
+        Origin(v, &ox, &oy);
+        const OpRect a = SelectionRect(ev->xbutton.x, ev->xbutton.y, ev->xbutton.x, ev->xbutton.y, ox, oy, v->zoom,
+                                       p->width, p->height);
+        v->anchor_x = a.x;
+        v->anchor_y = a.y;
+        v->selecting = true;
+        SetSelection(v, OpRect{a.x, a.y, 0, 0});
       } else if (b == Button4 || b == Button5) {
         int aw, ah;
         AreaSize(v, &aw, &ah);
@@ -835,9 +913,19 @@ void CanvasEvent(Widget, XtPointer client, XEvent *ev, Boolean *) {
       }
       break;
     }
-    case ButtonRelease:
+    case ButtonRelease: {
+      const unsigned b = ev->xbutton.button;
+      if (v->selecting && b == Button1) {
+        DragSelection(v, ev->xbutton.x, ev->xbutton.y);
+        v->selecting = false;
+      }
       v->drag_x = v->drag_y = -1;
+      if (b == v->pressed) {
+        v->pressed = 0;
+        if (!v->moved && Settings().View.MouseNavigation) DoCommand(v, b == Button1 ? "next" : "prev");
+      }
       break;
+    }
     default:
       break;
   }
@@ -981,6 +1069,21 @@ bool CreateWindow(ViewRecord *v, Widget parent) {
     XtWidgetGeometry pref;
     if (bar && XtIsManaged(bar) && XtQueryGeometry(bar, nullptr, &pref) != XtGeometryNo)
       v->min_area_w = std::max<int>(v->min_area_w, pref.width);
+  }
+  // The menu bar's preferred width leaves out the room its Help entry
+  // needs on the right: count the entries' own widths.
+  if (v->menu) {
+    WidgetList kids = nullptr;
+    Cardinal n = 0;
+    int sum = 0;
+    XtVaGetValues(v->menu, XmNchildren, &kids, XmNnumChildren, &n, nullptr);
+    for (Cardinal k = 0; k < n; ++k)
+      if (XtIsManaged(kids[k])) {
+        XtWidgetGeometry pref;
+        XtQueryGeometry(kids[k], nullptr, &pref);
+        sum += pref.width + 2;
+      }
+    v->min_area_w = std::max(v->min_area_w, sum);
   }
 
   // The first size: the fit decides; before the window exists the chrome is
@@ -1214,6 +1317,7 @@ void DoCommandBody(ViewRecord *v, const char *word) {
     StopAnimation(v);
     std::swap(v->pic, v->undo);
     std::swap(v->modified, v->undo_modified);
+    v->sel = OpRect{0, 0, 0, 0};
     tslFree(&v->mask);
     v->show_mask = false;
     if (v->page > 0 && v->page < static_cast<int>(v->frames.size())) tslFree(&v->frames[v->page]);
@@ -1404,6 +1508,7 @@ void ViewEndChange(Widget w, bool geometry_changed) {
   ViewRecord *v = FindView(w);
   if (!v) return;
   v->modified = true;
+  v->sel = OpRect{0, 0, 0, 0};
   if (geometry_changed && !Settings().View.KeepZoomFactor)
     ApplyFit(v, true);
   else
@@ -1431,6 +1536,13 @@ void ViewSetFile(Widget w, const char *path, int format, bool modified) {
   if (format >= 0) v->format = format;
   v->modified = modified;
   UpdateLabel(v);
+}
+
+bool ViewGetSelection(Widget w, OpRect *out) {
+  ViewRecord *v = FindView(w);
+  if (!v || !out || v->sel.width <= 0 || v->sel.height <= 0) return false;
+  *out = v->sel;
+  return true;
 }
 
 Widget ViewShellAt(int index) {

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <string>
 
+#include "imgproc/op.h"
 #include "tessel.h"
 
 namespace quilla {
@@ -85,6 +86,9 @@ const TslPicture *ViewCurrentPicture(Widget w);
 // The view's file is now `path` (a save under another name): the list
 // entry and label follow; format -1 keeps the format index.
 void ViewSetFile(Widget w, const char *path, int format, bool modified);
+// The rectangle drawn with the left button, in picture coordinates; false
+// when there is none (or it is empty).
+bool ViewGetSelection(Widget w, OpRect *out);
 
 }  // namespace quilla
 
