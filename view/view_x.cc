@@ -582,7 +582,7 @@ bool BuildMask(const TslPicture &pic, TslPicture *mask) {
   const bool alpha = m == TSL_RGBA || m == TSL_BGRA || m == TSL_ARGB || m == TSL_ABGR;
   const bool keyed = pic.transparent_index >= 0 && (m == TSL_INDEXED || m == TSL_GREY);
   if (!alpha && !keyed) return false;
-  if (tslAllock(mask, TSL_GREY, 0, pic.width, pic.height) != 0) return false;
+  if (!tslAllock(mask, TSL_GREY, 0, pic.width, pic.height)) return false;
   mask->colors = 256;
   const int a_off = (m == TSL_ARGB || m == TSL_ABGR) ? 0 : 3;
   for (uint32_t y = 0; y < pic.height; ++y) {
@@ -1387,10 +1387,10 @@ void DoCommandBody(ViewRecord *v, const char *word) {
   } else if (w == "rotateRight") {
     RunOperation(v, kOpRotateRight);
   } else {
-    // open, viewHexa, browseFiles, saveFiles, slideShow, the conversions,
-    // crop, options, describe, properties, the file operations and resize
-    // open windows this program does not have yet: their menu entries are
-    // insensitive and their keys only ring the bell.
+    // The commands no module has answered (the hex dump, the browser, the
+    // slide show, batch conversion and the file operations) open windows
+    // this program does not have yet: their menu entries are insensitive
+    // and their keys only ring the bell.
     Bell();
   }
 }

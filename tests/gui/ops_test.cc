@@ -124,7 +124,9 @@ class OpsTest : public ::testing::Test {
     TslPicture c{};
     const TslPicture *p = ViewCurrentPicture(shell);
     EXPECT_NE(p, nullptr);
-    if (p) EXPECT_EQ(tslCopyPicture(&c, p), 0);
+    if (p) {
+      EXPECT_EQ(tslCopyPicture(&c, p), 0);
+    }
     return c;
   }
   // A key sent to a window (the view's drawing area, a dialog's focus).
@@ -595,7 +597,9 @@ TEST_F(OpsTest, UserFiltersApplyAndAreSavedOnlyWhenChanged) {
     };
     Menu(shell, "userFilter");
     EXPECT_EQ(count, 2);
-    if (answer == XK_Escape) EXPECT_EQ(read(), "# header\nSharpen | 3 0 0 | -1x4 12 -1x4\n");
+    if (answer == XK_Escape) {
+      EXPECT_EQ(read(), "# header\nSharpen | 3 0 0 | -1x4 12 -1x4\n");
+    }
   }
   EXPECT_EQ(read(), std::string(kUserFilterHeader) + "Box | 3 9 0 | 1x9 \nSharpen  | 3 1 0 | -1x4 12 -1x4 \n");
   if (old_home) setenv("HOME", saved_home.c_str(), 1);

@@ -209,6 +209,31 @@ TEST_F(ViewTest, ScrollBarsOnlyWhereThePictureIsLarger) {
   }
 }
 
+// M shows the transparency mask of a picture with alpha and goes back;
+// a picture without transparency has no mask.
+TEST_F(ViewTest, MaskOfAPictureWithAlpha) {
+  Open("QUILLA_TEST_DISPLAY");
+  const std::string path = Picture("alpha.png", TSL_RGBA, 64, 48, 3);
+  Widget shell = OpenViewOnFile(App().shell, path.c_str(), 0);
+  ASSERT_NE(shell, nullptr);
+  Pump();
+  RunViewCommand(shell, "showMask");
+  Pump();
+  ViewState s = State(shell);
+  EXPECT_TRUE(s.show_mask);
+  EXPECT_EQ(s.color_model, TSL_GREY);
+  RunViewCommand(shell, "showMask");
+  Pump();
+  EXPECT_FALSE(State(shell).show_mask);
+  const std::string plain = Picture("plain.png", TSL_RGB, 64, 48, 3);
+  Widget other = OpenViewOnFile(App().shell, plain.c_str(), 0);
+  ASSERT_NE(other, nullptr);
+  Pump();
+  RunViewCommand(other, "showMask");
+  Pump();
+  EXPECT_FALSE(State(other).show_mask);
+}
+
 TEST_F(ViewTest, WindowPixelsAreThePicturePixelsAtOneToOne) {
   Open("QUILLA_TEST_DISPLAY");
   if (CurrentVisual().info.cls != kTrueColor) GTEST_SKIP() << "needs a TrueColor visual";

@@ -61,7 +61,9 @@ TEST(OpMenus, LabelsSayWhetherADialogFollows) {
     EXPECT_EQ(item.name.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789"),
               std::string::npos) << item.name;
   for (const OpMenuItem &item : OpMenuItems(kTopFilter, kSubNoise))
-    if (item.row == Row("-noise", "uniform")) EXPECT_EQ(item.name, "opNoiseUniform");
+    if (item.row == Row("-noise", "uniform")) {
+      EXPECT_EQ(item.name, "opNoiseUniform");
+    }
 }
 
 TEST(OpMenus, MalformedWordsAreRefused) {
