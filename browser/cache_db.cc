@@ -242,14 +242,17 @@ void ThumbCache::setDirectory(const std::string &path) {
 }
 
 void ThumbCache::setThumbnailSize(int width, int height) {
-  const bool reopen = open_ && current_ >= 0 && (width != width_ || height != height_);
-  width_ = width;
-  height_ = height;
-  if (reopen) {
+  if (open_ && current_ >= 0 && (width != width_ || height != height_)) {
+    // The header keeps the size it was written with; the reopening then
+    // finds it different and starts the database afresh.
     const int slot = current_;
     closeDatabase();
+    width_ = width;
+    height_ = height;
     openDatabase(slot);
   }
+  width_ = width;
+  height_ = height;
 }
 
 bool ThumbCache::writeHeader(FILE *f, uint32_t count) {
