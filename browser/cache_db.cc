@@ -362,6 +362,13 @@ int ThumbCache::findEntry(const char *name, uint32_t mtime, uint32_t size) const
   return found;
 }
 
+std::vector<ThumbCache::Key> ThumbCache::keys() const {
+  std::vector<Key> out;
+  out.reserve(entries_.size());
+  for (const Entry &e : entries_) out.push_back(Key{e.name, e.mtime, e.size});
+  return out;
+}
+
 bool ThumbCache::contains(const char *name, uint32_t mtime, uint32_t size) const {
   if (!open_ || current_ < 0 || !file_) return false;
   const int k = findEntry(name, mtime, size);

@@ -90,6 +90,13 @@ class ThumbCache {
   void deleteAll();
   void clean();
 
+  // The entries of the current database: name, modification time, size.
+  struct Key {
+    std::string name;
+    uint32_t mtime, size;
+  };
+  std::vector<Key> keys() const;
+
   const std::string &root() const { return root_; }
   std::string indexPath() const { return root_ + "cache.db"; }
   std::string databasePath(int slot) const;
