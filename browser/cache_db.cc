@@ -157,7 +157,16 @@ std::string ThumbCache::DefaultRoot() {
 
 void ThumbCache::configure(bool enabled, int mode) {
   enabled_ = enabled;
-  mode_ = mode >= kCacheRaw && mode <= kCacheJpegHigh ? mode : kCacheRaw;
+  if (mode < kCacheRaw || mode > kCacheJpegHigh) mode = kCacheRaw;
+  if (open_ && current_ >= 0 && mode != mode_) {
+    // The open database keeps the mode its entries were written with; the
+    // reopening then starts it afresh in the new one.
+    const int slot = current_;
+    closeDatabase();
+    mode_ = mode;
+    openDatabase(slot);
+  }
+  mode_ = mode;
 }
 
 std::string ThumbCache::databasePath(int slot) const { return root_ + std::to_string(slot) + ".db"; }

@@ -326,8 +326,19 @@ TEST_F(CacheTest, SizeOrModeChangeWipesOnNextOpen) {
   }
   {
     ThumbCache c(root);
-    Begin(c, kCacheZip, 32, 32);
+    Begin(c, kCacheRaw, 32, 32);
+    ASSERT_TRUE(Store(c, "a.png"));
+    // A mode change while the directory is open: the same.
+    c.configure(true, kCacheZip);
+    EXPECT_FALSE(Has(c, "a.png"));
     EXPECT_EQ(ReadFile(root + "0.db"), DatabaseHeader(0, kCacheZip, 32, 32));
+    ASSERT_TRUE(Store(c, "a.png"));
+    c.close();
+  }
+  {
+    ThumbCache c(root);
+    Begin(c, kCacheJpegLow, 32, 32);
+    EXPECT_EQ(ReadFile(root + "0.db"), DatabaseHeader(0, kCacheJpegLow, 32, 32));
     c.close();
   }
 }
