@@ -45,18 +45,21 @@ for ((n = DISTINCT; n < FILES; n++)); do
   cp "$PICS/photo$((n % DISTINCT)).jpg" "$PICS/photo$n.jpg"
 done
 
-now() { date +%s.%N; }
-# Best wall time of $RUNS runs of a command.
+# Best wall time of $RUNS runs of a command, and the processor time (user +
+# system, all threads) of that run: "WALL CPU".  On a machine shared with
+# other work the processor time is the steadier figure.
+TIMEFORMAT='%R %U %S'
 best() {
-  local best="" t0 t1 t
+  local best="" cpu="" line wall
   for ((r = 0; r < RUNS; r++)); do
-    t0=$(now)
-    "$@" >/dev/null || { echo "thumbnails: failed: $*" >&2; return 1; }
-    t1=$(now)
-    t=$(echo "$t1 - $t0" | bc)
-    if [ -z "$best" ] || [ "$(echo "$t < $best" | bc)" = 1 ]; then best=$t; fi
+    line=$( { time "$@" >/dev/null 2>&1; } 2>&1 ) || { echo "thumbnails: failed: $*" >&2; return 1; }
+    read -r wall u s <<<"$line"
+    if [ -z "$best" ] || [ "$(echo "$wall < $best" | bc)" = 1 ]; then
+      best=$wall
+      cpu=$(echo "$u + $s" | bc)
+    fi
   done
-  echo "$best"
+  echo "$best $cpu"
 }
 
 djpeg_all() {
@@ -70,22 +73,23 @@ cache_first() {
 }
 cache_second() { "$THUMBLOOP" -cache "$WORK/cache" "$PICS"; }
 
-t_djpeg=$(best djpeg_all) || exit 1
-t_one=$(best "$THUMBLOOP" -threads 0 "$PICS") || exit 1
-t_pool=$(best "$THUMBLOOP" -threads -1 "$PICS") || exit 1
-t_first=$(best cache_first) || exit 1
-t_second=$(best cache_second) || exit 1
+read -r t_djpeg c_djpeg <<<"$(best djpeg_all)" || exit 1
+read -r t_one c_one <<<"$(best "$THUMBLOOP" -threads 0 "$PICS")" || exit 1
+read -r t_pool c_pool <<<"$(best "$THUMBLOOP" -threads -1 "$PICS")" || exit 1
+read -r t_first c_first <<<"$(best cache_first)" || exit 1
+read -r t_second c_second <<<"$(best cache_second)" || exit 1
 workers=$("$THUMBLOOP" -threads -1 -mode 3 "$PICS" | sed 's/.*workers \([0-9]*\).*/\1/')
 
 ratio() { printf '%.2f' "$(echo "$1 / $2" | bc -l)"; }
+row() { printf '%-44s %8.3f %6s %8.3f %6s\n' "$1" "$2" "$(ratio "$2" "$t_djpeg")" "$3" "$(ratio "$3" "$c_djpeg")"; }
 echo
-echo "$FILES JPEGs of $SIZE, thumbnails 92x69, best of $RUNS, $(nproc) processors"
-printf '%-44s %8s %8s\n' "" "seconds" "ratio"
-printf '%-44s %8.3f %8s\n' "djpeg -scale 1/8, one file after another" "$t_djpeg" "1.00"
-printf '%-44s %8.3f %8s\n' "loop, one thread, no cache" "$t_one" "$(ratio "$t_one" "$t_djpeg")"
-printf '%-44s %8.3f %8s\n' "loop, $workers decode-ahead workers, no cache" "$t_pool" "$(ratio "$t_pool" "$t_djpeg")"
-printf '%-44s %8.3f %8s\n' "loop with cache, first visit (workers)" "$t_first" "$(ratio "$t_first" "$t_djpeg")"
-printf '%-44s %8.3f %8s\n' "loop with cache, second visit" "$t_second" "$(ratio "$t_second" "$t_djpeg")"
+echo "$FILES JPEGs of $SIZE, thumbnails 92x69, best of $RUNS, $(nproc) processors, load $(cut -d' ' -f1 /proc/loadavg)"
+printf '%-44s %8s %6s %8s %6s\n' "" "wall s" "ratio" "cpu s" "ratio"
+row "djpeg -scale 1/8, one file after another" "$t_djpeg" "$c_djpeg"
+row "loop, one thread, no cache" "$t_one" "$c_one"
+row "loop, $workers decode-ahead workers, no cache" "$t_pool" "$c_pool"
+row "loop with cache, first visit (workers)" "$t_first" "$c_first"
+row "loop with cache, second visit" "$t_second" "$c_second"
 echo
-echo "first visit / second visit: $(ratio "$t_first" "$t_second")"
-echo "workers / one thread:       $(ratio "$t_pool" "$t_one")"
+echo "first visit / second visit (wall): $(ratio "$t_first" "$t_second")"
+echo "workers / one thread (wall):       $(ratio "$t_pool" "$t_one")"
