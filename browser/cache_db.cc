@@ -323,13 +323,11 @@ bool ThumbCache::loadDatabase() {
     if (!readExact(file_, raw, 12)) break;
     const long record = pos + 2 + static_cast<long>(len) + 12;
     const uint32_t length = get32(raw + 8);
-    if (length != kNoRecord && static_cast<uint64_t>(length) > static_cast<uint64_t>(size - record)) break;
+    if (length != kNoRecord && length > static_cast<uint64_t>(size - record)) break;
+    // A record without a length cannot be skipped: it ends the database
+    // and is cut off with whatever follows.
+    if (length == kNoRecord) break;
     addEntry(Entry{name.data(), get32(raw), get32(raw + 4), length, record});
-    if (length == kNoRecord) {
-      // Nothing follows such a record: its length cannot be skipped.
-      pos = record;
-      break;
-    }
     pos = record + static_cast<long>(length);
     if (std::fseek(file_, pos, SEEK_SET) != 0) break;
   }
@@ -381,7 +379,7 @@ std::vector<ThumbCache::Key> ThumbCache::keys() const {
 bool ThumbCache::contains(const char *name, uint32_t mtime, uint32_t size) const {
   if (!open_ || current_ < 0 || !file_) return false;
   const int k = findEntry(name, mtime, size);
-  return k >= 0 && entries_[k].length != kNoRecord && entries_[k].position >= 0;
+  return k >= 0 && entries_[k].position >= 0;
 }
 
 bool ThumbCache::lookup(const char *name, uint32_t mtime, uint32_t size, TslPicture *picture, TslFileInfo *info) {
@@ -556,7 +554,7 @@ void ThumbCache::compact(int slot) {
   bool ok = true;
   std::vector<uint8_t> b;
   for (const Entry &e : entries_) {
-    if (e.length == kNoRecord || e.position < 0) continue;
+    if (e.position < 0) continue;
     struct stat st;
     const std::string full = std::string(slots_[slot].path) + e.name;
     if (::stat(full.c_str(), &st) != 0 || static_cast<uint32_t>(st.st_size) != e.size ||

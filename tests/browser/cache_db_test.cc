@@ -433,6 +433,19 @@ TEST_F(CacheTest, UncountedAndDamagedTailsAreCutOff) {
   c.close();
   EXPECT_EQ(ReadFile(root + "0.db"), DatabaseHeader(2, kCacheRaw, 92, 69) + EntryBytes("a.png", 50, 1000, kRawPixels) +
                                          EntryBytes("c.png", 50, 1000, kRawPixels));
+
+  // A record length of 0xFFFFFFFF cannot be skipped: it ends the database.
+  std::string b = EntryBytes("b.png", 50, 1000, kRawPixels);
+  b.replace(2 + 6 + 8, 4, "\xff\xff\xff\xff");
+  WriteFile(root + "0.db", DatabaseHeader(3, kCacheRaw, 92, 69) + EntryBytes("a.png", 50, 1000, kRawPixels) + b +
+                               EntryBytes("c.png", 50, 1000, kRawPixels));
+  c.open(false);
+  c.setDirectory(dir);
+  EXPECT_TRUE(Has(c, "a.png"));
+  EXPECT_FALSE(Has(c, "b.png"));
+  EXPECT_FALSE(Has(c, "c.png"));
+  c.close();
+  EXPECT_EQ(ReadFile(root + "0.db"), DatabaseHeader(1, kCacheRaw, 92, 69) + EntryBytes("a.png", 50, 1000, kRawPixels));
 }
 
 TEST_F(CacheTest, ListingRowsAndActions) {
