@@ -214,6 +214,7 @@ void ThumbLoop::schedule() {
   const size_t window = workers_.size() * 4;
   bool added = false;
   std::lock_guard<std::mutex> lock(mutex_);
+  dropBefore(cursor_);
   if (scan_ < cursor_) scan_ = cursor_;
   while (jobs_.size() < window && scan_ < list_->count()) {
     const int pos = scan_++;
@@ -233,9 +234,8 @@ void ThumbLoop::schedule() {
   if (added) work_cv_.notify_all();
 }
 
-ThumbLoop::JobPtr ThumbLoop::takeJob(int position) {
-  std::unique_lock<std::mutex> lock(mutex_);
-  // Jobs of entries already passed are of no use any more.
+void ThumbLoop::dropBefore(int position) {
+  // Jobs of entries already passed (a cache hit, a restart) are of no use.
   while (!jobs_.empty() && jobs_.begin()->first < position) {
     JobPtr old = jobs_.begin()->second;
     old->cancelled = true;
@@ -247,6 +247,11 @@ ThumbLoop::JobPtr ThumbLoop::takeJob(int position) {
       }
     jobs_.erase(jobs_.begin());
   }
+}
+
+ThumbLoop::JobPtr ThumbLoop::takeJob(int position) {
+  std::unique_lock<std::mutex> lock(mutex_);
+  dropBefore(position);
   auto it = jobs_.find(position);
   if (it == jobs_.end()) return nullptr;
   JobPtr job = it->second;

@@ -105,6 +105,7 @@ class ThumbLoop {
   void schedule();
   void workerMain();
   JobPtr takeJob(int position);
+  void dropBefore(int position);  // with mutex_ held
   void cancelJobs();
   int loadFor(int position, TslPicture *picture, TslFileInfo *info);
 
