@@ -10,6 +10,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <climits>
 #include <cstdio>
 #include <cstring>
 
@@ -172,11 +173,7 @@ void ThumbLoop::drainReady() {
 void ThumbLoop::cancelJobs() {
   std::lock_guard<std::mutex> lock(mutex_);
   queue_.clear();
-  for (auto &kv : jobs_) {
-    kv.second->cancelled = true;
-    if (kv.second->done) kv.second->discard();
-  }
-  jobs_.clear();
+  dropBefore(INT_MAX);
 }
 
 void ThumbLoop::start(const ThumbSettings &settings) {
