@@ -153,7 +153,7 @@ int cinSave(FILE *file, const TslPicture *pic, SaveContext &ctx) {
   h[kFormat] = 0;      // pixel interleaved
   h[kFormat + 1] = 5;  // three samples to a 32-bit word, from the top
   if (!putBytes(file, h, sizeof h)) return TSL_ERR_WRITE;
-  return filmSavePixels(file, pic, 10, channels, ctx);
+  return filmSavePixels(file, pic, 10, channels, false, ctx);
 }
 
 bool cinSniff(const uint8_t *data, size_t size) { return size >= 4 && (be32(data) == kMagic || le32(data) == kMagic); }

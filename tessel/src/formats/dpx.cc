@@ -5,7 +5,8 @@
 // or filled to 32-bit words, in any of the four unrotated orientations.
 // Writer: big-endian, grey (luma), RGB or RGBA, 8 bits or (dpx_10bits) 10
 // bits filled three to a word; the parameters' look-up table maps 8-bit
-// values to 10-bit codes.
+// values to 10-bit codes.  Luma words hold their first sample in the low
+// bits, colour words their first in the top bits, as common readers expect.
 #include <cstring>
 
 #include "../bytes.h"
@@ -83,6 +84,7 @@ int parseHeader(const Source &src, DpxHeader *h, char *msg, size_t msg_size) {
     std::snprintf(msg, msg_size, "DPX: run-length coded elements are not supported");
     return TSL_ERR_BAD_FILE;
   }
+  im.layout.low_first = im.channels == 1;
   im.layout.packing = packing == 0 ? FilmPacking::kStream : packing == 1 ? FilmPacking::kFilledA : FilmPacking::kFilledB;
   im.offset = data_offset != 0 && data_offset != kUndefined ? data_offset : u32(4);
   im.eol_padding = eol == kUndefined ? 0 : eol;
@@ -156,7 +158,7 @@ int dpxSave(FILE *file, const TslPicture *pic, SaveContext &ctx) {
   for (size_t at = kElement + 72; at < kElement + 8 * 72; ++at) h[at] = 0xff;  // unused elements
   if (ctx.params().comment) std::strncpy(reinterpret_cast<char *>(e + 40), ctx.params().comment, 31);
   if (!putBytes(file, h, sizeof h)) return TSL_ERR_WRITE;
-  return filmSavePixels(file, pic, bits, channels, ctx);
+  return filmSavePixels(file, pic, bits, channels, channels == 1, ctx);
 }
 
 bool dpxSniff(const uint8_t *data, size_t size) {

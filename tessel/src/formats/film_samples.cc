@@ -46,7 +46,8 @@ void filmUnpackRow(const FilmLayout &l, const uint8_t *row, uint32_t count, uint
     const int base = l.packing == FilmPacking::kFilledA ? 22 : 20;
     for (uint32_t i = 0; i < count; ++i) {
       const uint32_t w = word(l, row + 4 * (i / 3));
-      out[i] = static_cast<uint16_t>(w >> (base - 10 * static_cast<int>(i % 3)) & 0x3ff);
+      const int slot = static_cast<int>(l.low_first ? 2 - i % 3 : i % 3);
+      out[i] = static_cast<uint16_t>(w >> (base - 10 * slot) & 0x3ff);
     }
   } else {  // 12 bits, one per 16-bit word
     for (uint32_t i = 0; i < count; ++i) {
@@ -94,7 +95,7 @@ EightToFilm::EightToFilm(int bits, const TslParams &params) : table_(3 * 256) {
   }
 }
 
-void filmPackRow(int bits, const uint16_t *samples, uint32_t count, std::vector<uint8_t> &out) {
+void filmPackRow(int bits, bool low_first, const uint16_t *samples, uint32_t count, std::vector<uint8_t> &out) {
   if (bits == 8) {
     for (uint32_t i = 0; i < count; ++i) out.push_back(static_cast<uint8_t>(samples[i]));
     out.insert(out.end(), (4 - count % 4) % 4, 0);
@@ -103,7 +104,7 @@ void filmPackRow(int bits, const uint16_t *samples, uint32_t count, std::vector<
   for (uint32_t i = 0; i < count; i += 3) {
     uint32_t w = 0;
     for (uint32_t k = 0; k < 3; ++k)
-      if (i + k < count) w |= static_cast<uint32_t>(samples[i + k] & 0x3ff) << (22 - 10 * k);
+      if (i + k < count) w |= static_cast<uint32_t>(samples[i + k] & 0x3ff) << (low_first ? 2 + 10 * k : 22 - 10 * k);
     for (int shift = 24; shift >= 0; shift -= 8) out.push_back(static_cast<uint8_t>(w >> shift));
   }
 }
@@ -153,7 +154,7 @@ int filmLoadPixels(const Source &src, const FilmImage &im, TslPicture *picture, 
   return TSL_OK;
 }
 
-int filmSavePixels(FILE *file, const TslPicture *pic, int bits, int channels, SaveContext &ctx) {
+int filmSavePixels(FILE *file, const TslPicture *pic, int bits, int channels, bool low_first, SaveContext &ctx) {
   const EightToFilm film(bits, ctx.params());
   std::vector<uint8_t> rgba(static_cast<size_t>(pic->width) * 4), packed;
   std::vector<uint16_t> samples(static_cast<size_t>(pic->width) * channels);
@@ -169,7 +170,7 @@ int filmSavePixels(FILE *file, const TslPicture *pic, int bits, int channels, Sa
               c == 3 ? static_cast<uint16_t>((rgba[4 * x + 3] * ((1u << bits) - 1) + 127) / 255) : film(c, rgba[4 * x + c]);
     }
     packed.clear();
-    filmPackRow(bits, samples.data(), static_cast<uint32_t>(samples.size()), packed);
+    filmPackRow(bits, low_first, samples.data(), static_cast<uint32_t>(samples.size()), packed);
     if (!putBytes(file, packed.data(), packed.size())) return TSL_ERR_WRITE;
     ctx.progress(y + 1, pic->height);
   }

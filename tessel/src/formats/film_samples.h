@@ -24,6 +24,9 @@ struct FilmLayout {
   int bits = 10;  // 1, 8, 10, 12 or 16
   FilmPacking packing = FilmPacking::kFilledA;
   bool little_endian = false;
+  // 10 bits filled: the first sample of a word in its low bits rather than
+  // its top ones (how one-channel DPX files are commonly written).
+  bool low_first = false;
 };
 
 // Bytes of a row of `count` samples, rounded up to whole 32-bit words; 0 when
@@ -60,8 +63,9 @@ class EightToFilm {
 };
 
 // Appends one row of 8-bit samples (padded to 32 bits) or of 10-bit samples
-// (three per big-endian 32-bit word from the top) to out.
-void filmPackRow(int bits, const uint16_t *samples, uint32_t count, std::vector<uint8_t> &out);
+// (three per big-endian 32-bit word, the spare bits at the bottom, the first
+// sample at the top or with low_first at the bottom) to out.
+void filmPackRow(int bits, bool low_first, const uint16_t *samples, uint32_t count, std::vector<uint8_t> &out);
 
 // Where and how a film-scan picture's samples are stored.
 struct FilmImage {
@@ -80,8 +84,8 @@ struct FilmImage {
 int filmLoadPixels(const Source &src, const FilmImage &image, TslPicture *picture, LoadContext &ctx);
 
 // Writes a picture's rows as 8- or 10-bit samples, 1 (grey), 3 (RGB) or
-// 4 (RGBA) per pixel, in the layout filmPackRow writes.
-int filmSavePixels(FILE *file, const TslPicture *picture, int bits, int channels, SaveContext &ctx);
+// 4 (RGBA) per pixel, in the layouts of filmPackRow.
+int filmSavePixels(FILE *file, const TslPicture *picture, int bits, int channels, bool low_first, SaveContext &ctx);
 
 // Big-endian fields of a header being written.
 void putBe32(uint8_t *p, uint32_t v);
