@@ -25,6 +25,7 @@ struct IcoEntry {
   uint32_t width = 0, height = 0;  // from the directory (0 means 256)
   uint32_t size = 0, offset = 0;
   bool png = false;
+  bool cut = false;  // the file ends before the page does
 };
 
 struct IcoDir {
@@ -52,7 +53,10 @@ int entryAt(const Source &src, int index, IcoEntry *e, char *msg, size_t msg_siz
   e->size = le32(p + 8);
   e->offset = le32(p + 12);
   if (e->offset >= src.size) return TSL_ERR_READ;
-  if (e->size > src.size - e->offset) e->size = static_cast<uint32_t>(src.size - e->offset);
+  if (e->size > src.size - e->offset) {
+    e->size = static_cast<uint32_t>(src.size - e->offset);
+    e->cut = true;
+  }
   e->png = e->size >= 8 && std::memcmp(src.data + e->offset, "\x89PNG\r\n\x1a\n", 8) == 0;
   if (!e->png && e->size < 40) {
     std::snprintf(msg, msg_size, "Icon %d: picture data is too short", index + 1);
@@ -214,6 +218,7 @@ int icoLoad(const Source &src, TslPicture *picture, LoadContext &ctx) {
     if (msg[0]) ctx.setMessage("%s", msg);
     return code;
   }
+  if (e.cut && !ctx.keepDamaged()) return TSL_ERR_READ;
   if (!e.png) return loadDib(src.data + e.offset, e.size, picture, ctx);
   const FormatDef *png = pngFormat();
   if (!png || !png->load) return TSL_ERR_FORMAT;
