@@ -115,6 +115,7 @@ namespace tessel {
 
 int filmLoadPixels(const Source &src, const FilmImage &im, TslPicture *picture, LoadContext &ctx) {
   const uint64_t count = static_cast<uint64_t>(im.width) * static_cast<uint64_t>(im.channels);
+  if (!ctx.sizeAllowed(im.width, im.height)) return TSL_ERR_MEMORY;
   uint64_t row_bytes = filmRowBytes(im.layout, count);
   // Rows of 16-bit words are padded to 32 bits by some writers and to 16 bits
   // by others: the file's length tells which.
@@ -125,7 +126,6 @@ int filmLoadPixels(const Source &src, const FilmImage &im, TslPicture *picture, 
     ctx.setMessage("%d-bit samples in this packing are not supported", im.layout.bits);
     return TSL_ERR_BAD_FILE;
   }
-  if (!ctx.sizeAllowed(im.width, im.height)) return TSL_ERR_MEMORY;
   const uint64_t stride = row_bytes + im.eol_padding;
   if (im.offset > src.size) return TSL_ERR_READ;
   const uint64_t avail = src.size - im.offset;

@@ -5,6 +5,7 @@
 // byte-oriented run-length code (0x80 n v: n + 1 copies of v, 0x80 0: 0x80).
 // Writer: bilevel, grey, palette and 24-bit, run-length coded when
 // compression is 1.
+#include <algorithm>
 #include <cstring>
 #include <vector>
 
@@ -123,7 +124,9 @@ int rasLoad(const Source &src, TslPicture *picture, LoadContext &ctx) {
   const uint8_t *pixels = data;
   size_t have = avail;
   if (h.type == kTypeRle) {
-    unpacked.resize(static_cast<size_t>(want));
+    // Three bytes of code give at most 256 bytes: a damaged file kept in
+    // part never needs more than that.
+    unpacked.resize(static_cast<size_t>(std::min<uint64_t>(want, (avail / 3 + 1) * 256)));
     have = unpackRle(data, avail, unpacked.data(), unpacked.size());
     pixels = unpacked.data();
   }
