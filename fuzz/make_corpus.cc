@@ -89,7 +89,7 @@ std::string Be16(unsigned v) { return std::string{char(v >> 8 & 0xff), char(v & 
 std::string Be32(uint32_t v) { return Be16(v >> 16) + Be16(v & 0xffff); }
 
 // Seeds for the formats that are read but not written, built from their
-// published layouts: name, extension, bytes.
+// published layouts: format, file name, bytes.
 struct Seed {
   const char *format, *name;
   std::string bytes;

@@ -6,8 +6,10 @@
 // Pages come out as RGBA (PNG pages as the PNG reader gives them).
 // Writer: one page per picture of at most 256 x 256, 32-bit with alpha and
 // the matching AND mask; several pages through the multi-page calls.
-#include <cstring>
 #include <strings.h>
+
+#include <cstring>
+#include <utility>
 #include <vector>
 
 #include "../bytes.h"
