@@ -43,7 +43,7 @@ TEST(Photoshop, ReadsImageMagickDocumentsOfEveryModeAndDepth) {
       {"-monochrome", -1, 0},
   };
   for (const Case &c : cases) {
-    // [0]: the composite, not the layer ImageMagick adds after it.
+    // ImageMagick decodes the composite first, then the layer it adds.
     ExpectToolFileMatches(dir, src, std::string("convert SRC ") + c.options + " OUT", "x.psd", c.model, c.tolerance);
   }
   // Alpha: the fourth channel.
