@@ -2,6 +2,7 @@
 // actions, the signal handlers, the window icon, the start window, the About
 // box and quit.
 #include "core/app_x.h"
+#include "widgets/BubbleHelp.h"
 
 #include <Xm/Xm.h>
 #include <Xm/Form.h>
@@ -34,13 +35,15 @@ const char kMailAddress[] = "quilla@example.org";
 
 // ---- named actions --------------------------------------------------------
 
-// The browser, its file lists and the bubble help are not part of the program
-// yet; their actions are registered so that translations naming them parse,
-// and do nothing until those windows exist.
+// The browser and its file lists are not part of the program yet; their
+// actions are registered so that translations naming them parse, and do
+// nothing until those windows exist.
 void BrowserDoCommandAction(Widget, XEvent *, String *, Cardinal *) {}
 void BrowserDoPopupAction(Widget, XEvent *, String *, Cardinal *) {}
 void FilelistDoCommandAction(Widget, XEvent *, String *, Cardinal *) {}
-void DoBubbleAction(Widget, XEvent *, String *, Cardinal *) {}
+void DoBubbleAction(Widget w, XEvent *event, String *params, Cardinal *count) {
+  BubbleHelpAction(w, event, params, count);
+}
 
 // The About box's link labels: the web browser from WEBBROWSER, through the
 // shell and in the background, on the web address, or on a mail command for

@@ -63,16 +63,6 @@ void RemoveLast(std::vector<Widget> *list, Widget w) {
   if (it != list->rend()) list->erase(std::next(it).base());
 }
 
-// Handles every pending X event, so that the progress dialog's Stop button
-// (and anything else on screen) is serviced while the library works.
-void PumpXEvents(XtAppContext app) {
-  while (XtAppPending(app) & XtIMXEvent) {
-    XEvent event;
-    XtAppNextEvent(app, &event);
-    XtDispatchEvent(&event);
-  }
-}
-
 // ---- modal message box and confirmation dialog
 
 struct Modal {
@@ -442,6 +432,18 @@ DialogHook SetDialogHook(DialogHook hook) {
   DialogHook old = g_hook;
   g_hook = hook;
   return old;
+}
+
+void CallDialogHook(Widget shell) {
+  if (g_hook) g_hook(shell);
+}
+
+void PumpXEvents(XtAppContext app) {
+  while (XtAppPending(app) & XtIMXEvent) {
+    XEvent event;
+    XtAppNextEvent(app, &event);
+    XtDispatchEvent(&event);
+  }
 }
 
 }  // namespace quilla

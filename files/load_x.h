@@ -54,6 +54,13 @@ Widget ShownProgress();
 // after the progress bar was set.  Returns the previous hook.
 using DialogHook = void (*)(Widget shell);
 DialogHook SetDialogHook(DialogHook hook);
+// Calls the hook, if one is set, with a dialog's shell (for the dialogs of
+// other files that wait for an answer or pump events the same way).
+void CallDialogHook(Widget shell);
+
+// Handles every pending X event, so that the screen (and a progress
+// dialog's Stop) stays serviced while the library works.
+void PumpXEvents(XtAppContext app);
 
 }  // namespace quilla
 

@@ -1,7 +1,8 @@
 // make_corpus: seed corpora for the reader fuzz targets.  For every format
 // that can be written, small synthetic pictures of each colour model are
-// saved (converted when the format needs it), then damaged copies are made
-// of each: truncations and deterministic bit flips, mostly in the header.
+// saved (converted when the format needs it); formats that are only read get
+// hand-built files.  Then damaged copies are made of each: truncations and
+// deterministic bit flips, mostly in the header.
 //
 //   make_corpus DIR     writes DIR/<format>/<picture>[.<variant>].<ext>
 #include <sys/stat.h>
@@ -84,6 +85,45 @@ int Variants(const std::string &seed_path, const std::string &stem, const std::s
   return written;
 }
 
+std::string Be16(unsigned v) { return std::string{char(v >> 8 & 0xff), char(v & 0xff)}; }
+std::string Be32(uint32_t v) { return Be16(v >> 16) + Be16(v & 0xffff); }
+
+// Seeds for the formats that are read but not written, built from their
+// published layouts: format, file name, bytes.
+struct Seed {
+  const char *format, *name;
+  std::string bytes;
+};
+
+std::vector<Seed> ReadOnlySeeds() {
+  std::vector<Seed> seeds;
+  // Photoshop: RGB in PackBits rows, and raw indexed.
+  auto psd = [](int mode, int channels, const std::string &mode_data, int compression, const std::string &data) {
+    return "8BPS" + Be16(1) + std::string(6, '\0') + Be16(channels) + Be32(4) + Be32(6) + Be16(8) + Be16(mode) +
+           Be32(static_cast<uint32_t>(mode_data.size())) + mode_data + Be32(0) + Be32(0) + Be16(compression) + data;
+  };
+  std::string counts, rows;
+  for (int k = 0; k < 12; ++k) {
+    const std::string row = k % 2 ? std::string("\xfb\x40", 2) : std::string("\x05\x01\x02\x03\x04\x05\x06", 7);
+    counts += Be16(static_cast<unsigned>(row.size()));
+    rows += row;
+  }
+  seeds.push_back({"psd", "rgb_packbits", psd(3, 3, "", 1, counts + rows)});
+  std::string palette(768, '\0');
+  for (int k = 0; k < 768; ++k) palette[k] = static_cast<char>(k * 5);
+  std::string indices;
+  for (int k = 0; k < 24; ++k) indices += static_cast<char>(k * 11);
+  seeds.push_back({"psd", "indexed_raw", psd(2, 1, palette, 0, indices)});
+  // Photo CD: the 192 x 128 resolution only, with a rotation.
+  std::string pcd(0x2000, '\0');
+  pcd.replace(0x800, 7, "PCD_IPI");
+  pcd[0xE02] = 1;
+  for (int pair = 0; pair < 64; ++pair)
+    for (int k = 0; k < 3 * 192; ++k) pcd += static_cast<char>(k < 384 ? (k + pair) % 256 : 130 + k % 40);
+  seeds.push_back({"pcd", "base16", pcd});
+  return seeds;
+}
+
 }  // namespace
 
 int main(int argc, char **argv) {
@@ -129,6 +169,17 @@ int main(int argc, char **argv) {
       tslFree(&pic);
       ++seed;
     }
+  }
+  uint32_t seed = 1000;
+  for (const Seed &s : ReadOnlySeeds()) {
+    const int f = tslFormatGetIndex(s.format);
+    if (f < 0) continue;
+    const std::string dir = root + "/" + s.format, ext = tslFormatGetDefaultSuffix(f);
+    ::mkdir(dir.c_str(), 0777);
+    const std::string stem = dir + "/" + s.name, path = stem + "." + ext;
+    const std::vector<uint8_t> bytes(s.bytes.begin(), s.bytes.end());
+    if (!WriteBytes(path, bytes, bytes.size())) continue;
+    files += 1 + Variants(path, stem, ext, ++seed);
   }
   std::printf("make_corpus: %d files in %s\n", files, root.c_str());
   return files > 0 ? 0 : 1;

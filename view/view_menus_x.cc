@@ -9,12 +9,16 @@
 #include <Xm/Xm.h>
 
 #include <cstring>
+#include <set>
+#include <string>
 #include <vector>
 
 #include "core/app_x.h"
 #include "core/settings.h"
+#include "view/op_model.h"
 #include "view/toolbar_icons.h"
 #include "view/view_menus_x.h"
+#include "widgets/BubbleHelp.h"
 #include "view/view_model.h"
 #include "view/view_x.h"
 
@@ -59,8 +63,8 @@ const Entry kFileMenu[] = {
 const Entry kEditMenu[] = {
     {"undo", "Undo", "Ctrl<Key>z", "Ctrl+Z", true, true},
     {nullptr, nullptr, nullptr, nullptr, false, false},
-    {"crop", "Crop", "Ctrl<Key>y", "Ctrl+Y", false, true},
-    {"resize", "Resize...", "Shift<Key>s", "Shift+S", false, true},
+    {"crop", "Crop", "Ctrl<Key>y", "Ctrl+Y", true, true},
+    {"resize", "Resize...", "Shift<Key>s", "Shift+S", true, true},
     {nullptr, nullptr, nullptr, nullptr, false, false},
     {"flipVertical", "Flip Vertical", "Shift<Key>v", "Shift+V", true, true},
     {"flipHorizontal", "Flip Horizontal", "Shift<Key>h", "Shift+H", true, true},
@@ -183,6 +187,115 @@ void AddEntries(Widget menu, const MenuDef &def, bool in_view, bool accelerators
   }
 }
 
+// ---- the operation menus: Image, Filter and Effects, built from the catalogue
+
+// Command words live as long as the program (menus of every view use them).
+const char *KeptWord(const std::string &word) {
+  static std::set<std::string> words;
+  return words.insert(word).first->c_str();
+}
+
+Widget OpButton(Widget menu, const std::string &name, const std::string &label, const std::string &word,
+                bool enabled) {
+  XmString s = XmStringCreateLocalized(const_cast<char *>(label.c_str()));
+  Widget b = XtVaCreateManagedWidget(name.c_str(), xmPushButtonWidgetClass, menu, XmNlabelString, s, nullptr);
+  XmStringFree(s);
+  XtAddCallback(b, XmNactivateCallback, EntryActivated, const_cast<char *>(KeptWord(word)));
+  if (!enabled) XtSetSensitive(b, False);
+  return b;
+}
+
+void OpItems(Widget menu, int top, int submenu, bool enabled) {
+  for (const OpMenuItem &item : OpMenuItems(top, submenu)) OpButton(menu, item.name, item.label, item.word, enabled);
+}
+
+// The "Dithered" entry of the colour and grey menus: the dithering the
+// entries above it use, kept with the dialogs' remembered values.
+void DitherToggled(Widget, XtPointer, XtPointer call) {
+  auto *cb = static_cast<XmToggleButtonCallbackStruct *>(call);
+  Settings().Process.LastValue[kDitherSlot] = cb->set ? 1 : 4;
+}
+void DitherMenuShown(Widget menu, XtPointer, XtPointer) {
+  Widget t = XtNameToWidget(menu, "toggleDithered");
+  if (t) XmToggleButtonSetState(t, Settings().Process.LastValue[kDitherSlot] == 1, False);
+}
+
+Widget OpCascade(Widget parent, int submenu, bool enabled) {
+  const OpSubmenuDesc &d = kOpSubmenus[submenu];
+  Widget pull = XmCreatePulldownMenu(parent, const_cast<char *>(d.name), nullptr, 0);
+  OpItems(pull, d.top, submenu, enabled);
+  if (submenu == kSubRotate) {
+    OpButton(pull, "rotateLeft", "Rotate Left", "rotateLeft", enabled);
+    OpButton(pull, "rotateRight", "Rotate Right", "rotateRight", enabled);
+  }
+  if (submenu == kSubColors || submenu == kSubGrey) {
+    XtCreateManagedWidget("separator", xmSeparatorWidgetClass, pull, nullptr, 0);
+    XmString s = XmStringCreateLocalized(const_cast<char *>("Dithered"));
+    Widget t = XtVaCreateManagedWidget("toggleDithered", xmToggleButtonWidgetClass, pull, XmNlabelString, s,
+                                       XmNvisibleWhenOff, True, nullptr);
+    XmStringFree(s);
+    XtAddCallback(t, XmNvalueChangedCallback, DitherToggled, nullptr);
+    XtAddCallback(pull, XmNmapCallback, DitherMenuShown, nullptr);
+    if (!enabled) XtSetSensitive(t, False);
+  }
+  XmString s = XmStringCreateLocalized(const_cast<char *>(d.label));
+  XtVaCreateManagedWidget(d.label, xmCascadeButtonWidgetClass, parent, XmNsubMenuId, pull, XmNlabelString, s, nullptr);
+  XmStringFree(s);
+  return pull;
+}
+
+// Adds the Image, Filter and Effects cascades to a menu bar or pop-up menu.
+void AddOperationMenus(Widget parent, bool in_view, bool menu_bar) {
+  const char mnemonics[3] = {'I', 'l', 'c'};
+  for (int top = 0; top < 3; ++top) {
+    const std::string pull_name = top == kTopEffects ? kOpSubmenus[kSubEffects].name
+                                                     : std::string("Menu") + kOpTopMenuNames[top];
+    Widget pull = XmCreatePulldownMenu(parent, const_cast<char *>(pull_name.c_str()), nullptr, 0);
+    if (top == kTopEffects) {
+      OpItems(pull, kTopEffects, kSubEffects, in_view);
+    } else {
+      for (int sub = 0; sub < kOpSubmenuCount; ++sub) {
+        if (kOpSubmenus[sub].top != top || sub == kSubEffects) continue;
+        if (sub == kSubAdjust) XtCreateManagedWidget("separator", xmSeparatorWidgetClass, pull, nullptr, 0);
+        OpCascade(pull, sub, in_view);
+      }
+      XtCreateManagedWidget("separator", xmSeparatorWidgetClass, pull, nullptr, 0);
+      OpItems(pull, top, kSubNone, in_view);
+      if (top == kTopImage) {
+        OpButton(pull, "autoCrop", "Auto Crop", "autoCrop", in_view);
+        XtCreateManagedWidget("separator", xmSeparatorWidgetClass, pull, nullptr, 0);
+        OpButton(pull, "advancedOperations", "Advanced Operations...", "advancedOperations", true);
+      } else {
+        OpButton(pull, "userFilter", "User Defined Filter...", "userFilter", in_view);
+      }
+    }
+    XmString s = XmStringCreateLocalized(const_cast<char *>(kOpTopMenuNames[top]));
+    XtVaCreateManagedWidget(kOpTopMenuNames[top], xmCascadeButtonWidgetClass, parent, XmNsubMenuId, pull,
+                            XmNlabelString, s, XmNmnemonic, menu_bar ? mnemonics[top] : 0, nullptr);
+    XmStringFree(s);
+  }
+}
+
+// The bubble text of a tool bar button: the label of the menu entry that
+// runs the same command, with its key ("Zoom In (+)").
+std::string BubbleTextFor(const char *command) {
+  for (const MenuDef &def : kMenus)
+    for (int i = 0; i < def.count; ++i) {
+      const Entry &e = def.entries[i];
+      const char *word = e.command ? e.command : e.name;
+      if (!word || std::strcmp(word, command) != 0) continue;
+      std::string text = e.label;
+      if (text.size() > 3 && text.compare(text.size() - 3, 3, "...") == 0) text.resize(text.size() - 3);
+      if (e.accel_text) text += std::string(" (") + e.accel_text + ")";
+      return text;
+    }
+  return command;
+}
+
+Boolean ToolTipsWanted() {
+  return Settings().Start.ShowToolTipsInToolbar && Settings().Browser.ShowToolTips ? True : False;
+}
+
 bool InsideView(Widget w) {
   for (Widget p = w; p; p = XtParent(p))
     if (XtIsShell(p)) return std::strcmp(XtName(p), "QuillView") == 0;
@@ -204,6 +317,7 @@ Widget CreateViewMenuBar(Widget parent) {
                                              XmNlabelString, label, XmNmnemonic, def.mnemonic, nullptr);
     XmStringFree(label);
     if (std::strcmp(def.name, "Help") == 0) XtVaSetValues(bar, XmNmenuHelpWidget, cascade, nullptr);
+    if (std::strcmp(def.name, "View") == 0) AddOperationMenus(bar, in_view, true);
   }
   XtManageChild(bar);
   return bar;
@@ -218,6 +332,7 @@ Widget CreateViewPopupMenu(Widget parent) {
     XtVaCreateManagedWidget(def.name, xmCascadeButtonWidgetClass, popup, XmNsubMenuId, pull, XmNlabelString, label,
                             nullptr);
     XmStringFree(label);
+    if (std::strcmp(def.name, "View") == 0) AddOperationMenus(popup, true, false);
   }
   return popup;
 }
@@ -254,6 +369,7 @@ Widget CreateViewToolBar(Widget parent) {
                                 nullptr);
   Display *dpy = XtDisplay(parent);
   const int32_t mask = Settings().Start.ToolbarViewConfig;
+  BubbleHelpSetEnabledProc(ToolTipsWanted);
   for (int i = 0; i < kToolbarButtonCount; ++i) {
     const ToolbarButton &tb = kToolbarButtons[i];
     Widget b = XtVaCreateWidget(tb.name, xmPushButtonWidgetClass, bar, XmNlabelType, XmPIXMAP, XmNmarginWidth, 2,
@@ -263,6 +379,7 @@ Widget CreateViewToolBar(Widget parent) {
     XtVaGetValues(b, XmNforeground, &fg, XmNbackground, &bg, XmNdepth, &depth, nullptr);
     XtVaSetValues(b, XmNlabelPixmap, Glyphs(dpy, fg, bg, depth)[i], nullptr);
     XtAddCallback(b, XmNactivateCallback, EntryActivated, const_cast<char *>(tb.command));
+    BubbleHelpAttach(b, BubbleTextFor(tb.command).c_str());
     if (ToolbarButtonShown(mask, i)) XtManageChild(b);
   }
   return bar;

@@ -175,6 +175,14 @@ std::string ExtractFileName(const std::string &dir, const std::string &path, int
 
 int ScrollStep(int page) { return std::max(8, page / 10); }
 
+ScrollBarNeed ScrollBarsNeeded(int view_w, int view_h, int free_w, int free_h, int vbar_w, int hbar_h) {
+  ScrollBarNeed need;
+  need.h = view_w > free_w;
+  need.v = view_h > (need.h ? free_h - hbar_h : free_h);
+  if (need.v && !need.h) need.h = view_w > free_w - vbar_w;
+  return need;
+}
+
 int ClampScroll(int pos, int view_size, int area_size) {
   const int max = std::max(0, view_size - area_size);
   return std::min(std::max(pos, 0), max);

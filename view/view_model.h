@@ -99,6 +99,15 @@ std::string ExtractFileName(const std::string &dir, const std::string &path, int
 int ScrollStep(int page);
 int ClampScroll(int pos, int view_size, int area_size);
 
+// Which scroll bars a picture displayed at view_w x view_h needs in a space
+// of free_w x free_h (the drawing area with no bar shown).  A bar takes
+// vbar_w columns (vertical) or hbar_h rows (horizontal) from the space, so
+// one bar can make the other necessary.
+struct ScrollBarNeed {
+  bool h = false, v = false;
+};
+ScrollBarNeed ScrollBarsNeeded(int view_w, int view_h, int free_w, int free_h, int vbar_w, int hbar_h);
+
 }  // namespace quilla
 
 #endif

@@ -41,6 +41,7 @@
 #include "view/view_hooks_x.h"
 #include "view/view_menus_x.h"
 #include "view/view_model.h"
+#include "view/op_model.h"
 
 namespace quilla {
 
@@ -90,6 +91,14 @@ struct ViewRecord {
   Dimension saved_w = 0, saved_h = 0;
   bool picker = false;
   int drag_x = -1, drag_y = -1;
+  // The crop selection, in picture coordinates: drawn with the left button
+  // from the anchor (a pixel boundary) to the pointer.
+  OpRect sel{0, 0, 0, 0};
+  bool selecting = false;
+  int anchor_x = 0, anchor_y = 0;
+  unsigned pressed = 0;  // the button held down (1 or 2), 0 none
+  int press_x = 0, press_y = 0;
+  bool moved = false;    // the pointer went further than a click allows
   // A large JPEG that opens shrunk to the screen is first shown from a
   // reduced decode (the codec's own scaling, at the displayed size); the
   // full picture is loaded right after that first paint.
@@ -98,6 +107,7 @@ struct ViewRecord {
   double preview_zoom = 100;
   XtIntervalId full_timer = 0;
   int min_area_w = 64;        // narrower, the menu bar or tool bar would wrap
+  bool placing_bars = false;  // scroll bars being managed or unmanaged
   int busy = 0;               // loads running inside this view's event pumping
   bool close_pending = false; // a close asked for while busy
 };
@@ -174,13 +184,47 @@ void UpdateLabel(ViewRecord *v) {
   }
   std::string text = InfoLabelText(info);
   if (Settings().View.ShowFilename && !v->path.empty()) text = v->path + "  " + text;
+  if (v->sel.width > 0 && v->sel.height > 0) text += "  " + SelectionText(v->sel);
   XmString s = XmStringCreateLocalized(const_cast<char *>(text.c_str()));
   XtVaSetValues(v->label_info, XmNlabelString, s, nullptr);
   XmStringFree(s);
 }
 
+// The room a scroll bar takes from the drawing area: its thickness and the
+// main window's spacing.
+int BarRoom(const ViewRecord *v, Widget bar) {
+  Dimension w = 0, h = 0, spacing = 0;
+  XtVaGetValues(bar, XmNwidth, &w, XmNheight, &h, nullptr);
+  XtVaGetValues(v->main_window, XmNspacing, &spacing, nullptr);
+  return (bar == v->scroll_v ? w : h) + spacing;
+}
+
+// Shows a scroll bar only in a direction where the picture is larger than
+// the drawing area.  Managing a bar resizes the area, which comes back here
+// through the resize callback: the flag stops that round.
+void ShowNeededScrollBars(ViewRecord *v, int free_w, int free_h) {
+  if (!v->scroll_h || !v->scroll_v || v->placing_bars) return;
+  v->placing_bars = true;
+  const ScrollBarNeed need = ScrollBarsNeeded(v->view_w, v->view_h, free_w, free_h, BarRoom(v, v->scroll_v),
+                                              BarRoom(v, v->scroll_h));
+  for (auto [bar, wanted] : {std::pair<Widget, bool>{v->scroll_h, need.h}, {v->scroll_v, need.v}}) {
+    if (wanted && !XtIsManaged(bar)) XtManageChild(bar);
+    if (!wanted && XtIsManaged(bar)) XtUnmanageChild(bar);
+  }
+  v->placing_bars = false;
+}
+
+// The drawing area's size with no scroll bar shown.
+void FreeAreaSize(const ViewRecord *v, int *w, int *h) {
+  AreaSize(v, w, h);
+  if (v->scroll_v && XtIsManaged(v->scroll_v)) *w += BarRoom(v, v->scroll_v);
+  if (v->scroll_h && XtIsManaged(v->scroll_h)) *h += BarRoom(v, v->scroll_h);
+}
+
 void UpdateScrollBars(ViewRecord *v) {
   int aw, ah;
+  FreeAreaSize(v, &aw, &ah);
+  ShowNeededScrollBars(v, aw, ah);
   AreaSize(v, &aw, &ah);
   v->scroll_x = ClampScroll(v->scroll_x, v->view_w, aw);
   v->scroll_y = ClampScroll(v->scroll_y, v->view_h, ah);
@@ -244,6 +288,9 @@ void SizeAreaTo(ViewRecord *v, int w, int h) {
   ScreenRoom(v, &rw, &rh);
   w = std::min(std::max(w, v->min_area_w), rw);
   h = std::min(std::max(h, 64), rh);
+  // The bars the new size needs are placed first, so the window is sized
+  // around the area alone when the picture fits.
+  ShowNeededScrollBars(v, w, h);
   if (!XtIsRealized(v->shell)) {
     XtVaSetValues(v->drawing_area, XmNwidth, w, XmNheight, h, nullptr);
     return;
@@ -258,16 +305,20 @@ void ApplyFit(ViewRecord *v, bool resize_window) {
   if (v->preview) {  // already decoded at the fitted size
     v->zoom = v->preview_zoom;
     v->scroll_x = v->scroll_y = 0;
+    v->view_w = static_cast<int>(p->width);
+    v->view_h = static_cast<int>(p->height);
     if (resize_window) SizeAreaTo(v, p->width, p->height);
     Refresh(v);
     return;
   }
   int aw, ah, rw, rh;
-  AreaSize(v, &aw, &ah);
+  FreeAreaSize(v, &aw, &ah);
   ScreenRoom(v, &rw, &rh);
   FitResult f = ComputeFit(Settings().View.Fit, p->width, p->height, aw, ah, rw, rh);
   v->zoom = f.zoom;
   v->scroll_x = v->scroll_y = 0;
+  v->view_w = f.view_w;
+  v->view_h = f.view_h;
   if (f.resize_window && resize_window) SizeAreaTo(v, f.view_w, f.view_h);
   Refresh(v);
 }
@@ -375,6 +426,7 @@ int LoadInto(ViewRecord *v, const char *path, int page, bool report) {
   tslFree(&v->undo);
   tslFree(&v->mask);
   v->show_mask = false;
+  v->sel = OpRect{0, 0, 0, 0};
   v->pic = pic;
   v->modified = false;
   v->path = path;
@@ -512,6 +564,7 @@ void RunOperation(ViewRecord *v, int code) {
     return;
   }
   v->modified = true;
+  v->sel = OpRect{0, 0, 0, 0};
   if (code == kOpRotateLeft || code == kOpRotateRight) {
     if (Settings().View.KeepZoomFactor)
       Refresh(v);
@@ -529,7 +582,7 @@ bool BuildMask(const TslPicture &pic, TslPicture *mask) {
   const bool alpha = m == TSL_RGBA || m == TSL_BGRA || m == TSL_ARGB || m == TSL_ABGR;
   const bool keyed = pic.transparent_index >= 0 && (m == TSL_INDEXED || m == TSL_GREY);
   if (!alpha && !keyed) return false;
-  if (tslAllock(mask, TSL_GREY, 0, pic.width, pic.height) != 0) return false;
+  if (!tslAllock(mask, TSL_GREY, 0, pic.width, pic.height)) return false;
   mask->colors = 256;
   const int a_off = (m == TSL_ARGB || m == TSL_ABGR) ? 0 : 3;
   for (uint32_t y = 0; y < pic.height; ++y) {
@@ -718,6 +771,52 @@ Boolean ExitWhenIdle(XtPointer client) {
   std::_Exit(0);
 }
 
+// ---- crop selection ------------------------------------------------------------
+
+// The outline of the selection as a dashed black and white rectangle.
+void DrawSelection(ViewRecord *v) {
+  if (v->sel.width <= 0 || v->sel.height <= 0 || !v->gc) return;
+  int ox, oy;
+  Origin(v, &ox, &oy);
+  const OpRect r = SelectionOnWindow(v->sel, ox, oy, v->zoom);
+  Display *dpy = XtDisplay(v->shell);
+  XSetForeground(dpy, v->gc, v->colours->white);
+  XSetBackground(dpy, v->gc, v->colours->black);
+  XSetLineAttributes(dpy, v->gc, 1, LineDoubleDash, CapButt, JoinMiter);
+  XDrawRectangle(dpy, v->canvas, v->gc, r.x, r.y, std::max(0, r.width - 1), std::max(0, r.height - 1));
+  XSetLineAttributes(dpy, v->gc, 0, LineSolid, CapButt, JoinMiter);
+}
+
+// Redraws the picture under the outline of the selection (its four edges).
+void EraseSelection(ViewRecord *v) {
+  if (v->sel.width <= 0 || v->sel.height <= 0) return;
+  int ox, oy;
+  Origin(v, &ox, &oy);
+  const OpRect r = SelectionOnWindow(v->sel, ox, oy, v->zoom);
+  Display *dpy = XtDisplay(v->shell);
+  XClearArea(dpy, v->canvas, r.x, r.y, r.width, 1, True);
+  XClearArea(dpy, v->canvas, r.x, r.y + r.height - 1, r.width, 1, True);
+  XClearArea(dpy, v->canvas, r.x, r.y, 1, r.height, True);
+  XClearArea(dpy, v->canvas, r.x + r.width - 1, r.y, 1, r.height, True);
+}
+
+void SetSelection(ViewRecord *v, const OpRect &sel) {
+  EraseSelection(v);
+  v->sel = sel;
+  DrawSelection(v);
+  UpdateLabel(v);
+}
+
+// The selection from the anchor to the window point (x, y).
+void DragSelection(ViewRecord *v, int x, int y) {
+  const TslPicture *p = Shown(v);
+  int ox, oy;
+  Origin(v, &ox, &oy);
+  const OpRect b = SelectionRect(x, y, x, y, ox, oy, v->zoom, p->width, p->height);
+  SetSelection(v, OpRect{std::min(v->anchor_x, b.x), std::min(v->anchor_y, b.y), std::abs(b.x - v->anchor_x),
+                         std::abs(b.y - v->anchor_y)});
+}
+
 void CanvasEvent(Widget, XtPointer client, XEvent *ev, Boolean *) {
   auto *v = static_cast<ViewRecord *>(client);
   // The canvas covers the drawing area at 0,0, so the drawing area's own
@@ -743,6 +842,7 @@ void CanvasEvent(Widget, XtPointer client, XEvent *ev, Boolean *) {
       int ox, oy;
       Origin(v, &ox, &oy);
       DrawExposedArea(v->canvas, v->gc, v->display, ox, oy, x0, y0, x1 - x0, y1 - y0);
+      DrawSelection(v);
       // A quick reduced picture is on the screen: the full one follows,
       // unless the program is only asked to show its first paint.
       const char *bench = std::getenv("QUILLA_EXIT_AFTER_PAINT");
@@ -759,8 +859,11 @@ void CanvasEvent(Widget, XtPointer client, XEvent *ev, Boolean *) {
       break;
     }
     case MotionNotify:
+      if (v->pressed && std::abs(ev->xmotion.x - v->press_x) + std::abs(ev->xmotion.y - v->press_y) > 3)
+        v->moved = true;
       if (v->picker) ShowPicker(v, ev->xmotion.x, ev->xmotion.y, ev->xmotion.x_root, ev->xmotion.y_root);
-      if ((ev->xmotion.state & Button1Mask) && v->drag_x >= 0) {
+      if (v->selecting && (ev->xmotion.state & Button1Mask)) DragSelection(v, ev->xmotion.x, ev->xmotion.y);
+      if ((ev->xmotion.state & (Button1Mask | Button2Mask)) && v->drag_x >= 0) {
         v->scroll_x += v->drag_x - ev->xmotion.x;
         v->scroll_y += v->drag_y - ev->xmotion.y;
         v->drag_x = ev->xmotion.x;
@@ -778,13 +881,29 @@ void CanvasEvent(Widget, XtPointer client, XEvent *ev, Boolean *) {
       if (b == Button3 && v->popup) {
         XmMenuPosition(v->popup, &ev->xbutton);
         XtManageChild(v->popup);
-      } else if (b == Button1 && Settings().View.MouseNavigation) {
-        DoCommand(v, "next");
-      } else if (b == Button2 && Settings().View.MouseNavigation) {
-        DoCommand(v, "prev");
-      } else if (b == Button1) {
+      } else if (b == Button1 || b == Button2) {
+        // A click of the left or middle button moves to the next or previous
+        // file (View.MouseNavigation); dragging with the left button draws the
+        // crop selection, with Shift + left or the middle button it moves the
+        // picture.
+        v->press_x = ev->xbutton.x;
+        v->press_y = ev->xbutton.y;
+        v->pressed = b;
+        v->moved = false;
+      }
+      if ((b == Button1 && (ev->xbutton.state & ShiftMask)) || b == Button2) {
         v->drag_x = ev->xbutton.x;
         v->drag_y = ev->xbutton.y;
+      } else if (b == Button1 && Shown(v)->pixels && !v->preview) {
+        const TslPicture *p = Shown(v);
+        int ox, oy;
+        Origin(v, &ox, &oy);
+        const OpRect a = SelectionRect(ev->xbutton.x, ev->xbutton.y, ev->xbutton.x, ev->xbutton.y, ox, oy, v->zoom,
+                                       p->width, p->height);
+        v->anchor_x = a.x;
+        v->anchor_y = a.y;
+        v->selecting = true;
+        SetSelection(v, OpRect{a.x, a.y, 0, 0});
       } else if (b == Button4 || b == Button5) {
         int aw, ah;
         AreaSize(v, &aw, &ah);
@@ -794,9 +913,19 @@ void CanvasEvent(Widget, XtPointer client, XEvent *ev, Boolean *) {
       }
       break;
     }
-    case ButtonRelease:
+    case ButtonRelease: {
+      const unsigned b = ev->xbutton.button;
+      if (v->selecting && b == Button1) {
+        DragSelection(v, ev->xbutton.x, ev->xbutton.y);
+        v->selecting = false;
+      }
       v->drag_x = v->drag_y = -1;
+      if (b == v->pressed) {
+        v->pressed = 0;
+        if (!v->moved && Settings().View.MouseNavigation) DoCommand(v, b == Button1 ? "next" : "prev");
+      }
       break;
+    }
     default:
       break;
   }
@@ -939,7 +1068,22 @@ bool CreateWindow(ViewRecord *v, Widget parent) {
   for (Widget bar : {v->toolbar, v->menu}) {
     XtWidgetGeometry pref;
     if (bar && XtIsManaged(bar) && XtQueryGeometry(bar, nullptr, &pref) != XtGeometryNo)
-      v->min_area_w = std::max<int>(v->min_area_w, pref.width - 20);
+      v->min_area_w = std::max<int>(v->min_area_w, pref.width);
+  }
+  // The menu bar's preferred width leaves out the room its Help entry
+  // needs on the right: count the entries' own widths.
+  if (v->menu) {
+    WidgetList kids = nullptr;
+    Cardinal n = 0;
+    int sum = 0;
+    XtVaGetValues(v->menu, XmNchildren, &kids, XmNnumChildren, &n, nullptr);
+    for (Cardinal k = 0; k < n; ++k)
+      if (XtIsManaged(kids[k])) {
+        XtWidgetGeometry pref;
+        XtQueryGeometry(kids[k], nullptr, &pref);
+        sum += pref.width + 2;
+      }
+    v->min_area_w = std::max(v->min_area_w, sum);
   }
 
   // The first size: the fit decides; before the window exists the chrome is
@@ -949,6 +1093,8 @@ bool CreateWindow(ViewRecord *v, Widget parent) {
   ScreenRoom(v, &rw, &rh);
   FitResult f = ComputeFit(Settings().View.Fit, p->width, p->height, rw, rh, rw, rh);
   if (Settings().View.Fit == kNoFit) f.view_w = std::min(static_cast<int>(p->width), rw), f.view_h = std::min(static_cast<int>(p->height), rh);
+  v->view_w = std::max(1, static_cast<int>(p->width * f.zoom / 100.0));
+  v->view_h = std::max(1, static_cast<int>(p->height * f.zoom / 100.0));
   SizeAreaTo(v, f.view_w, f.view_h);
 
   XtRealizeWidget(v->shell);
@@ -1171,6 +1317,7 @@ void DoCommandBody(ViewRecord *v, const char *word) {
     StopAnimation(v);
     std::swap(v->pic, v->undo);
     std::swap(v->modified, v->undo_modified);
+    v->sel = OpRect{0, 0, 0, 0};
     tslFree(&v->mask);
     v->show_mask = false;
     if (v->page > 0 && v->page < static_cast<int>(v->frames.size())) tslFree(&v->frames[v->page]);
@@ -1240,10 +1387,10 @@ void DoCommandBody(ViewRecord *v, const char *word) {
   } else if (w == "rotateRight") {
     RunOperation(v, kOpRotateRight);
   } else {
-    // open, viewHexa, browseFiles, saveFiles, slideShow, the conversions,
-    // crop, options, describe, properties, the file operations and resize
-    // open windows this program does not have yet: their menu entries are
-    // insensitive and their keys only ring the bell.
+    // The commands no module has answered (the hex dump, the browser, the
+    // slide show, batch conversion and the file operations) open windows
+    // this program does not have yet: their menu entries are insensitive
+    // and their keys only ring the bell.
     Bell();
   }
 }
@@ -1361,6 +1508,7 @@ void ViewEndChange(Widget w, bool geometry_changed) {
   ViewRecord *v = FindView(w);
   if (!v) return;
   v->modified = true;
+  v->sel = OpRect{0, 0, 0, 0};
   if (geometry_changed && !Settings().View.KeepZoomFactor)
     ApplyFit(v, true);
   else
@@ -1393,6 +1541,13 @@ void ViewSetFile(Widget w, const char *path, int format, bool modified) {
 void ExtractViewPages(Widget w, const char *dir) {
   ViewRecord *v = FindView(w);
   if (v && !v->busy) ExtractPages(v, dir ? dir : "");
+}
+
+bool ViewGetSelection(Widget w, OpRect *out) {
+  ViewRecord *v = FindView(w);
+  if (!v || !out || v->sel.width <= 0 || v->sel.height <= 0) return false;
+  *out = v->sel;
+  return true;
 }
 
 Widget ViewShellAt(int index) {

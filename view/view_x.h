@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <string>
 
+#include "imgproc/op.h"
 #include "tessel.h"
 
 namespace quilla {
@@ -88,6 +89,9 @@ void ViewSetFile(Widget w, const char *path, int format, bool modified);
 // Writes every page of the view's multi-page file as PPM files into `dir`
 // (as the view's own extract command does with its directory).
 void ExtractViewPages(Widget w, const char *dir);
+// The rectangle drawn with the left button, in picture coordinates; false
+// when there is none (or it is empty).
+bool ViewGetSelection(Widget w, OpRect *out);
 
 }  // namespace quilla
 

@@ -139,7 +139,8 @@ class OutputFile {
         if (errno == EEXIST) continue;
         return TSL_ERR_CREATE;
       }
-      if (stat(final_.c_str(), &st) == 0) fchmod(fd, st.st_mode & 07777);
+      replaces_ = stat(final_.c_str(), &st) == 0;
+      if (replaces_) fchmod(fd, st.st_mode & 07777);
       file_ = fdopen(fd, "w+b");
       if (!file_) {
         ::close(fd);
@@ -152,9 +153,13 @@ class OutputFile {
   }
   FILE *file() { return file_; }
   // Closes the file; on success renames it into place, else removes it.
+  // A file that replaces another reaches the disk before the rename, so a
+  // crash just after the save finds the old file or the new one, never an
+  // empty one.
   int commit(int code) {
     if (!file_) return code;
     if (code == TSL_OK && (std::fflush(file_) != 0 || std::ferror(file_))) code = TSL_ERR_WRITE;
+    if (code == TSL_OK && replaces_ && fsync(fileno(file_)) != 0) code = TSL_ERR_WRITE;
     if (std::fclose(file_) != 0 && code == TSL_OK) code = TSL_ERR_WRITE;
     file_ = nullptr;
     if (code == TSL_OK && std::rename(temp_.c_str(), final_.c_str()) != 0) code = TSL_ERR_CREATE;
@@ -165,6 +170,7 @@ class OutputFile {
 
  private:
   FILE *file_ = nullptr;
+  bool replaces_ = false;  // the target existed when the save began
   std::string final_, temp_;
 };
 

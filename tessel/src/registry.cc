@@ -5,12 +5,14 @@ namespace tessel {
 extern const FormatDef kBmpFormat, kDcxFormat, kGifFormat, kIffFormat, kJp2Format, kJpegFormat, kPbmFormat,
     kPcxFormat, kPgmFormat, kPngFormat, kPpmFormat, kRawFormat, kSgiFormat, kTgaFormat, kTiffFormat, kWebpFormat,
     kXbmFormat, kXpmFormat, kXwdFormat, kYuvFormat;
+extern const FormatDef kCinFormat, kDpxFormat, kGrobFormat, kIcoFormat, kPcdFormat, kPsdFormat, kRasFormat, kSoftFormat;
 
 namespace {
 const FormatDef *const kTable[] = {
     &kBmpFormat, &kDcxFormat, &kGifFormat, &kIffFormat, &kJp2Format, &kJpegFormat, &kPbmFormat,
     &kPcxFormat, &kPgmFormat, &kPngFormat, &kPpmFormat, &kRawFormat, &kSgiFormat, &kTgaFormat,
     &kTiffFormat, &kWebpFormat, &kXbmFormat, &kXpmFormat, &kXwdFormat, &kYuvFormat,
+    &kCinFormat, &kDpxFormat, &kGrobFormat, &kIcoFormat, &kPcdFormat, &kPsdFormat, &kRasFormat, &kSoftFormat,
 };
 }  // namespace
 

@@ -23,6 +23,7 @@
 #include <vector>
 
 #include "core/icon.h"
+#include "core/settings.h"
 #include "test_util.h"
 
 namespace {
@@ -378,6 +379,47 @@ TEST_F(Startup, CtrlQOrClosingTheStartWindowQuitsWritingTheSettings) {
     for (const char *line : {"\nSave.JpegQuality = 42\n", "\nView.Fit = 1\n", "\nSlide.Timer = 5\n",
                              "\nContactSheet.Width = 1000\n"})
       EXPECT_NE(text.find(line), std::string::npos) << line;
+  }
+}
+
+// Settings files of garbage: the program starts, shows the picture it was
+// given, and at Ctrl+Q writes a settings file that reads back to itself.
+TEST_F(Startup, GarbageSettingsFilesStillStartAndAreWrittenValid) {
+  if (!Open("QUILLA_TEST_DISPLAY")) GTEST_SKIP() << kNoServer;
+  std::string random(5000, '\0');
+  uint32_t x = 7;
+  for (char &ch : random) ch = static_cast<char>((x = x * 1103515245 + 12345) >> 16);
+  const std::pair<const char *, std::string> cases[] = {
+      {"random bytes", random},
+      {"long lines", "View.Fit = " + std::string(10000, '9') + "\n" + std::string(10000, 'v') + "\n"},
+      {"zeros", std::string(8192, '\0')},
+      {"huge numbers", "View.Fit = 99999999999999999999\nSave.JpegQuality = -99999999999\n"
+                       "Start.ToolbarViewConfig = 0xffffffffffffffff\nSlide.Timer = 1e999\n"},
+  };
+  TslPicture pic{};
+  ASSERT_TRUE(tslAllock(&pic, TSL_RGB, 0, 64, 48));
+  TslParams params;
+  tslDefaultParams(&params);
+  params.format = tslFormatGetIndex("ppm");
+  const std::string picture = tmp_.file("p.ppm");
+  ASSERT_EQ(tslSave(picture.c_str(), &pic, &params), 0);
+  tslFree(&pic);
+  for (const auto &[what, text] : cases) {
+    SCOPED_TRACE(what);
+    testutil::WriteFile(ini_, text);
+    Child c({"-ini", ini_, picture}, Env());
+    const Window w = WaitWindow(c, "QuillView");
+    ASSERT_NE(w, 0u) << c.err;
+    SendKey(w, XK_q, ControlMask);
+    EXPECT_EQ(c.WaitExit(), 0) << c.err;
+    // What was written reads back and writes the same bytes again.
+    const std::string written = testutil::ReadFile(ini_);
+    EXPECT_NE(written.find("\nView.Fit = "), std::string::npos);
+    quilla::SettingsRecord again{};
+    quilla::ReadSettingsFile(&again, ini_);
+    const std::string copy = tmp_.file("again.rc");
+    ASSERT_TRUE(quilla::WriteSettingsFile(&again, copy));
+    EXPECT_EQ(testutil::ReadFile(copy), written);
   }
 }
 

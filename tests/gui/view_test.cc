@@ -171,6 +171,69 @@ TEST_F(ViewTest, OpensWithItsWidgetTreeAtOneToOne) {
   EXPECT_NE(label.find("100%"), std::string::npos) << label;
 }
 
+// A scroll bar shows only where the picture is larger than the drawing
+// area; the window keeps its size when bars come and go while zooming.
+TEST_F(ViewTest, ScrollBarsOnlyWhereThePictureIsLarger) {
+  for (const char *env : {"QUILLA_TEST_DISPLAY", "QUILLA_TEST_DISPLAY8"}) {
+    Open(env);
+    if (IsSkipped()) return;
+    const std::string path = Picture("bars.png", TSL_RGB, 400, 300);
+    Widget shell = OpenViewOnFile(App().shell, path.c_str(), 0);
+    ASSERT_NE(shell, nullptr);
+    Pump();
+    ViewState s = State(shell);
+    Widget h = XtNameToWidget(shell, "*scrollBarH"), v = XtNameToWidget(shell, "*scrollBarV");
+    EXPECT_FALSE(XtIsManaged(h)) << env;
+    EXPECT_FALSE(XtIsManaged(v)) << env;
+    Dimension aw, ah, sw, sh, sw2, sh2;
+    XtVaGetValues(s.drawing_area, XmNwidth, &aw, XmNheight, &ah, nullptr);
+    EXPECT_EQ(ah, 300) << "the window is sized to the picture alone";
+    XtVaGetValues(shell, XmNwidth, &sw, XmNheight, &sh, nullptr);
+    RunViewCommand(shell, "zoom+");
+    Pump();
+    EXPECT_TRUE(XtIsManaged(h));
+    EXPECT_TRUE(XtIsManaged(v));
+    XtVaGetValues(shell, XmNwidth, &sw2, XmNheight, &sh2, nullptr);
+    EXPECT_EQ(sw2, sw);
+    EXPECT_EQ(sh2, sh);
+    RunViewCommand(shell, "zoom100");
+    Pump();
+    EXPECT_FALSE(XtIsManaged(h));
+    EXPECT_FALSE(XtIsManaged(v));
+    XtVaGetValues(shell, XmNwidth, &sw2, XmNheight, &sh2, nullptr);
+    EXPECT_EQ(sw2, sw);
+    EXPECT_EQ(sh2, sh);
+    XtVaGetValues(s.drawing_area, XmNwidth, &aw, XmNheight, &ah, nullptr);
+    EXPECT_EQ(ah, 300);
+    TearDown();
+  }
+}
+
+// M shows the transparency mask of a picture with alpha and goes back;
+// a picture without transparency has no mask.
+TEST_F(ViewTest, MaskOfAPictureWithAlpha) {
+  Open("QUILLA_TEST_DISPLAY");
+  const std::string path = Picture("alpha.png", TSL_RGBA, 64, 48, 3);
+  Widget shell = OpenViewOnFile(App().shell, path.c_str(), 0);
+  ASSERT_NE(shell, nullptr);
+  Pump();
+  RunViewCommand(shell, "showMask");
+  Pump();
+  ViewState s = State(shell);
+  EXPECT_TRUE(s.show_mask);
+  EXPECT_EQ(s.color_model, TSL_GREY);
+  RunViewCommand(shell, "showMask");
+  Pump();
+  EXPECT_FALSE(State(shell).show_mask);
+  const std::string plain = Picture("plain.png", TSL_RGB, 64, 48, 3);
+  Widget other = OpenViewOnFile(App().shell, plain.c_str(), 0);
+  ASSERT_NE(other, nullptr);
+  Pump();
+  RunViewCommand(other, "showMask");
+  Pump();
+  EXPECT_FALSE(State(other).show_mask);
+}
+
 TEST_F(ViewTest, WindowPixelsAreThePicturePixelsAtOneToOne) {
   Open("QUILLA_TEST_DISPLAY");
   if (CurrentVisual().info.cls != kTrueColor) GTEST_SKIP() << "needs a TrueColor visual";

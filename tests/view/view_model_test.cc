@@ -123,3 +123,22 @@ TEST(ViewExtract, FileNameTakesTheBaseNameAndCountsPagesFromOne) {
   EXPECT_EQ(quilla::ExtractFileName("/out", "noext", 41), "/out/noext_extract_042.ppm");
   EXPECT_EQ(quilla::ExtractFileName("/o", "/d/.hidden", 1000), "/o/.hidden_extract_1001.ppm");
 }
+
+namespace quilla {
+namespace {
+
+TEST(ViewScrollBars, OneBarCanMakeTheOtherNecessary) {
+  auto need = [](int vw, int vh, int fw, int fh) {
+    const ScrollBarNeed n = ScrollBarsNeeded(vw, vh, fw, fh, 20, 20);
+    return std::string(n.h ? "h" : "") + (n.v ? "v" : "");
+  };
+  EXPECT_EQ(need(400, 300, 400, 300), "");    // exactly fits
+  EXPECT_EQ(need(401, 300, 400, 300), "hv");  // the horizontal bar takes the rows the picture needed
+  EXPECT_EQ(need(401, 280, 400, 300), "h");
+  EXPECT_EQ(need(390, 301, 400, 300), "hv");  // the vertical bar leaves 380 columns
+  EXPECT_EQ(need(380, 301, 400, 300), "v");
+  EXPECT_EQ(need(800, 600, 400, 300), "hv");
+}
+
+}  // namespace
+}  // namespace quilla

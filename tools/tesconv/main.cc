@@ -1,10 +1,12 @@
 // tesconv: converts picture files between the formats of libtessel,
 // applying catalogue operations on the way; also lists the formats and
 // describes files.
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <chrono>
 #include <cerrno>
 #include <cstdio>
 #include <mutex>
@@ -75,8 +77,10 @@ class Reporter {
  private:
   void Draw() {
     if (!tty_ || done_ >= total_) return;
-    std::string name = current_.size() > 50 ? "..." + current_.substr(current_.size() - 47) : current_;
-    std::fprintf(stderr, "\r[%zu/%zu] %s", done_ + 1 > total_ ? total_ : done_ + 1, total_, name.c_str());
+    const double elapsed = std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count();
+    struct winsize ws {};
+    const size_t width = ::ioctl(2, TIOCGWINSZ, &ws) == 0 && ws.ws_col > 0 ? ws.ws_col : 80;
+    std::fprintf(stderr, "\r%s\033[K", quilla::ProgressLine(done_, total_, current_, elapsed, width).c_str());
     std::fflush(stderr);
     shown_ = true;
   }
@@ -90,6 +94,7 @@ class Reporter {
   size_t total_, done_ = 0, failed_ = 0;
   bool verbose_, tty_, shown_ = false;
   std::string current_;
+  const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
 };
 
 int Convert(const ConvOptions &opt) {

@@ -127,6 +127,11 @@ bool InfoText(const std::string &path, int format, std::string *text);
 // The text of "-help".
 std::string UsageText();
 
+// The progress line on a terminal: files done of the total, elapsed time,
+// the estimated time left and as much of the current file's name as fits in
+// `width` columns (its end is kept).
+std::string ProgressLine(size_t done, size_t total, const std::string &name, double elapsed, size_t width);
+
 }  // namespace quilla
 
 #endif
