@@ -217,6 +217,7 @@ std::vector<OptionEntry> BuildTable() {
   // Load
   b.add(P::kLoad, "Load.IgnoreError", "Ignore errors (show what could be read)");
   b.add(P::kLoad, "Load.Preview", "Load the preview of the file when it has one");
+  b.add(P::kLoad, "Load.Lut10to8Name", "LUT file (10 to 8 bits)");
   b.choice(P::kLoad, "Load.PcdBase", "Photo CD resolution",
            {{0, "Base/16 (192x128)"}, {1, "Base/4 (384x256)"}, {2, "Base (768x512)"}, {3, "4Base (1536x1024)"},
             {4, "16Base (3072x2048)"}});
@@ -234,7 +235,6 @@ std::vector<OptionEntry> BuildTable() {
            {{0, "From the file"}, {1, "11x17"}, {2, "A0"}, {3, "A1"}, {4, "A2"}, {5, "A3"}, {6, "A4"}, {7, "A5"},
             {8, "B4"}, {9, "B5"}, {10, "Ledger"}});
   b.add(P::kLoad, "Load.UseLut", "Use a LUT for 10-bit pictures");
-  b.add(P::kLoad, "Load.Lut10to8Name", "LUT file (10 to 8 bits)");
 
   // Save: the general switches, then each format's write options.
   b.num(P::kSave, "Save.JpegQuality", "JPEG quality", 1, 100).widget = "OptionJpegText";

@@ -1390,6 +1390,11 @@ void ViewSetFile(Widget w, const char *path, int format, bool modified) {
   UpdateLabel(v);
 }
 
+void ViewGoToPage(Widget w, int page) {
+  ViewRecord *v = FindView(w);
+  if (v && !v->busy) GoToPage(v, page);
+}
+
 Widget ViewShellAt(int index) {
   if (index < 0 || index >= static_cast<int>(g_views.size())) return nullptr;
   return g_views[index]->shell;

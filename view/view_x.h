@@ -85,6 +85,9 @@ const TslPicture *ViewCurrentPicture(Widget w);
 // The view's file is now `path` (a save under another name): the list
 // entry and label follow; format -1 keeps the format index.
 void ViewSetFile(Widget w, const char *path, int format, bool modified);
+// Shows page `page` (from 0, clamped) of the multi-page file of the view
+// holding `w`, as the page commands do.
+void ViewGoToPage(Widget w, int page);
 
 }  // namespace quilla
 
