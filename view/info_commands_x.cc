@@ -14,6 +14,7 @@
 #include <Xm/Xm.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
@@ -46,7 +47,8 @@ Widget ShellOf(Widget w) {
 // returns false to keep the dialog open.
 struct Small {
   Widget shell = nullptr, form = nullptr, content = nullptr, message = nullptr, ok = nullptr;
-  std::vector<Widget> fields;  // text fields, first one focused
+  std::vector<Widget> fields;    // text fields, first one focused
+  std::vector<Widget> captions;  // made as wide as the widest so the fields line up
   std::function<bool(Small *)> accept;
 };
 
@@ -116,6 +118,13 @@ Small *BuildSmall(Widget owner, const char *name, const char *title, bool cancel
 // Manages the dialog (a dialog shell pops up with its child) and gives the
 // first text field the keyboard, its text selected so typing replaces it.
 void ShowSmall(Small *s) {
+  Dimension widest = 0;
+  for (Widget c : s->captions) {
+    Dimension w = 0;
+    XtVaGetValues(c, XmNwidth, &w, nullptr);
+    widest = std::max(widest, w);
+  }
+  for (Widget c : s->captions) XtVaSetValues(c, XmNwidth, widest, XmNrecomputeSize, False, nullptr);
   XtManageChild(s->content);
   if (!s->fields.empty()) XtVaSetValues(s->form, XmNinitialFocus, s->fields[0], nullptr);
   SetWindowIcon(s->shell);
@@ -162,6 +171,7 @@ Widget ContentField(Small *s, const char *name, const std::string &caption, cons
   XtVaSetValues(label, XmNtopAttachment, XmATTACH_OPPOSITE_WIDGET, XmNtopWidget, f, XmNbottomAttachment,
                 XmATTACH_OPPOSITE_WIDGET, XmNbottomWidget, f, nullptr);
   s->fields.push_back(f);
+  s->captions.push_back(label);
   return f;
 }
 
@@ -219,20 +229,12 @@ void Properties(Widget view, Widget owner) {
   const std::vector<PropertyLine> lines = PropertyLines(st.path, sb.st_size, info);
   tslFileInformationFree(&info);
   Small *s = BuildSmall(owner, "QuillProperties", "Properties", false);
-  // Captions in one column of the widest caption's width, values beside.
-  std::vector<Widget> captions;
-  Dimension widest = 0;
   Widget above = nullptr;
   for (const PropertyLine &l : lines) {
     Widget caption = ContentLabel(s, ("caption" + l.name).c_str(), l.caption, above);
-    Widget value = ContentLabel(s, ("label" + l.name).c_str(), l.value, above, caption);
-    Dimension w = 0;
-    XtVaGetValues(caption, XmNwidth, &w, nullptr);
-    widest = std::max(widest, w);
-    captions.push_back(caption);
-    above = value;
+    s->captions.push_back(caption);
+    above = ContentLabel(s, ("label" + l.name).c_str(), l.value, above, caption);
   }
-  for (Widget c : captions) XtVaSetValues(c, XmNwidth, widest, XmNrecomputeSize, False, nullptr);
   ShowSmall(s);
 }
 
