@@ -226,6 +226,7 @@ TEST_F(OptionsTest, TypedValueIsKeptThroughTheSettingsFileAndEscapeDiscards) {
 
 TEST_F(OptionsTest, InvalidValueKeepsTheDialogOpenAndChangesNothing) {
   Open("QUILLA_TEST_DISPLAY");
+  if (IsSkipped() || HasFatalFailure()) return;
   RunViewCommand(App().shell, "options");
   Pump();
   Widget shell = ShownOptions();
@@ -253,6 +254,7 @@ TEST_F(OptionsTest, InvalidValueKeepsTheDialogOpenAndChangesNothing) {
 
 TEST_F(OptionsTest, SavePageAloneAnswersItsCaller) {
   Open("QUILLA_TEST_DISPLAY");
+  if (IsSkipped() || HasFatalFailure()) return;
   static OptionsTest *self;
   self = this;
   static std::string focus;
@@ -282,6 +284,7 @@ TEST_F(OptionsTest, SavePageAloneAnswersItsCaller) {
 
 TEST_F(OptionsTest, PropertiesShowTheSizeTextAndFormat) {
   Open("QUILLA_TEST_DISPLAY");
+  if (IsSkipped() || HasFatalFailure()) return;
   const std::string path = Png("props.png", 300, 200);
   struct stat st;
   ASSERT_EQ(stat(path.c_str(), &st), 0);
@@ -309,6 +312,7 @@ TEST_F(OptionsTest, PropertiesShowTheSizeTextAndFormat) {
 
 TEST_F(OptionsTest, DescribeWritesTheDescriptionFile) {
   Open("QUILLA_TEST_DISPLAY");
+  if (IsSkipped() || HasFatalFailure()) return;
   const std::string path = Png("my pic.png", 40, 30);
   testutil::WriteFile(dir_.file(".description"), "other.png Kept as it was\n");
   Widget view = OpenView(path);
@@ -345,6 +349,7 @@ TEST_F(OptionsTest, DescribeWritesTheDescriptionFile) {
 
 TEST_F(OptionsTest, PageNumberAndResolutionDialogs) {
   Open("QUILLA_TEST_DISPLAY8");
+  if (IsSkipped() || HasFatalFailure()) return;
   const std::string path = dir_.file("pages.tif");
   TslParams params;
   tslDefaultParams(&params);
@@ -402,6 +407,7 @@ TEST_F(OptionsTest, PageNumberAndResolutionDialogs) {
 
 TEST_F(OptionsTest, ThanksFromTheStartWindowClosesOnReturn) {
   Open("QUILLA_TEST_DISPLAY");
+  if (IsSkipped() || HasFatalFailure()) return;
   RunViewCommand(App().shell, "thanks");
   Pump();
   Widget box = Dialog(App().shell, "QuillThanks");
