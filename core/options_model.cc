@@ -28,14 +28,12 @@ SettingsRecord &Scratch() {
   return *r;
 }
 
-std::string FullKey(const KeyRef &k) { return *k.section ? std::string(k.section) + "." + k.key : k.key; }
-
 // The key table's row of `key` bound to `record`.
 const KeyRef *KeyOf(SettingsRecord &record, const std::string &key, std::vector<KeyRef> *holder) {
   *holder = KeyTable(record);
   static std::map<std::string, size_t> index;
   if (index.empty())
-    for (size_t i = 0; i < holder->size(); ++i) index[FullKey((*holder)[i])] = i;
+    for (size_t i = 0; i < holder->size(); ++i) index[KeyName((*holder)[i])] = i;
   auto it = index.find(key);
   return it == index.end() ? nullptr : &(*holder)[it->second];
 }
@@ -126,7 +124,7 @@ class Builder {
   }
   const KeyRef *find(const std::string &key) const {
     for (const KeyRef &k : keys_)
-      if (FullKey(k) == key) return &k;
+      if (KeyName(k) == key) return &k;
     return nullptr;
   }
   std::vector<OptionEntry> *rows_;

@@ -167,6 +167,9 @@ struct KeyRef {
 // the fields of `r`.
 std::vector<KeyRef> KeyTable(SettingsRecord &r);
 
+// "Section.Key", or "Key" for the keys without a section.
+inline std::string KeyName(const KeyRef &k) { return *k.section ? std::string(k.section) + "." + k.key : k.key; }
+
 // The settings path: `ini` when it names an existing non-directory, else
 // start_dir/.quillarc when that exists and is no directory, else
 // $HOME/.quillarc (start_dir when HOME is unset).

@@ -16,8 +16,6 @@ namespace {
 
 using namespace quilla;
 
-std::string FullKey(const KeyRef &k) { return *k.section ? std::string(k.section) + "." + k.key : k.key; }
-
 class OptionsModel : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -50,7 +48,7 @@ TEST_F(OptionsModel, EverySettingsKeyHasExactlyOneRowOnARealPageWithUniqueWidget
   size_t keys = 0;
   for (const KeyRef &k : KeyTable(record_)) {
     ++keys;
-    EXPECT_EQ(rows[FullKey(k)], 1) << FullKey(k);
+    EXPECT_EQ(rows[KeyName(k)], 1) << KeyName(k);
   }
   EXPECT_EQ(rows.size(), keys) << "rows naming keys the settings do not have";
   EXPECT_EQ(pages.size(), static_cast<size_t>(OptionPage::kCount) - 1);  // every page but the file types

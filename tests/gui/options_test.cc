@@ -347,6 +347,26 @@ TEST_F(OptionsTest, DescribeWritesTheDescriptionFile) {
   EXPECT_EQ(testutil::ReadFile(dir_.file(".description")), "\"other.png\" Kept as it was\n");
 }
 
+TEST_F(OptionsTest, DescriptionThatCannotBeWrittenSaysSoAndStaysOpen) {
+  Open("QUILLA_TEST_DISPLAY");
+  if (IsSkipped() || HasFatalFailure()) return;
+  const std::string path = Png("pic.png", 20, 20);
+  ::mkdir(dir_.file(".description").c_str(), 0755);  // in the way of the file
+  Widget view = OpenView(path);
+  ASSERT_NE(view, nullptr);
+  RunViewCommand(view, "describe");
+  Pump();
+  Widget box = Dialog(view, "quillDesc");
+  ASSERT_NE(box, nullptr);
+  Retype(box, "text");
+  Key(box, XK_Return);
+  ASSERT_EQ(Dialog(view, "quillDesc"), box);
+  EXPECT_EQ(guitest::LabelText(box, "*labelMessage"), "Can't save the description in " + dir_.file(".description"));
+  EXPECT_EQ(Field(box, "*textDesc"), "text");  // nothing typed is lost
+  Key(box, XK_Escape);
+  EXPECT_EQ(Dialog(view, "quillDesc"), nullptr);
+}
+
 TEST_F(OptionsTest, PageNumberAndResolutionDialogs) {
   Open("QUILLA_TEST_DISPLAY8");
   if (IsSkipped() || HasFatalFailure()) return;
