@@ -15,23 +15,6 @@
 
 namespace quilla {
 
-namespace {
-
-enum class KeyType { kString, kInt32, kInt16, kInt8, kBool, kGamma, kBoolReadIntWrite };
-
-// One key of the file: where its value lives in the record and how it is read and written.
-struct KeyRef {
-  const char *section;  // "" for keys without a section
-  std::string key;
-  KeyType type;
-  void *field;
-  size_t size;          // strings: buffer size
-  int64_t def;          // numeric default
-  const char *sdef;     // string default
-  bool written;         // false: read but never written back
-};
-
-// The keys in reading (and writing) order, bound to the fields of `r`.
 std::vector<KeyRef> KeyTable(SettingsRecord &r) {
   std::vector<KeyRef> t;
   t.reserve(320);
@@ -247,6 +230,8 @@ std::vector<KeyRef> KeyTable(SettingsRecord &r) {
 #undef STR
   return t;
 }
+
+namespace {
 
 std::string FullKey(const char *section, const char *key) {
   return *section ? std::string(section) + "." + key : std::string(key);

@@ -147,6 +147,29 @@ struct SettingsRecord {
   int file_type_count;
 };
 
+// How a key's value is read and written.
+enum class KeyType { kString, kInt32, kInt16, kInt8, kBool, kGamma, kBoolReadIntWrite };
+
+// One key of the file: where its value lives in the record and how it is
+// read and written.
+struct KeyRef {
+  const char *section;  // "" for keys without a section
+  std::string key;
+  KeyType type;
+  void *field;
+  size_t size;          // strings: buffer size
+  int64_t def;          // numeric default
+  const char *sdef;     // string default
+  bool written;         // false: read but never written back
+};
+
+// Every key but the file types, in reading (and writing) order, bound to
+// the fields of `r`.
+std::vector<KeyRef> KeyTable(SettingsRecord &r);
+
+// "Section.Key", or "Key" for the keys without a section.
+inline std::string KeyName(const KeyRef &k) { return *k.section ? std::string(k.section) + "." + k.key : k.key; }
+
 // The settings path: `ini` when it names an existing non-directory, else
 // start_dir/.quillarc when that exists and is no directory, else
 // $HOME/.quillarc (start_dir when HOME is unset).

@@ -50,8 +50,8 @@ const Entry kFileMenu[] = {
     {"sequenceConvert", "Batch Convert...", "Ctrl<Key>n", "Ctrl+N", false, false},
     {"multiConvert", "Multi Convert...", "Ctrl<Key>u", "Ctrl+U", false, false},
     {nullptr, nullptr, nullptr, nullptr, false, false},
-    {"properties", "Properties...", "Ctrl<Key>e", "Ctrl+E", false, true},
-    {"describe", "Description...", "Ctrl<Key>d", "Ctrl+D", false, true},
+    {"properties", "Properties...", "Ctrl<Key>e", "Ctrl+E", true, true},
+    {"describe", "Description...", "Ctrl<Key>d", "Ctrl+D", true, true},
     {"copyTo", "Copy To...", "Alt<Key>c", "Alt+C", false, true},
     {"moveTo", "Move To...", "Alt<Key>m", "Alt+M", false, true},
     {"rename", "Rename...", "<Key>F2", "F2", false, true},
@@ -70,8 +70,9 @@ const Entry kEditMenu[] = {
     {"flipHorizontal", "Flip Horizontal", "Shift<Key>h", "Shift+H", true, true},
     {"rotateLeft", "Rotate Left", "Shift<Key>l", "Shift+L", true, true},
     {"rotateRight", "Rotate Right", "Shift<Key>r", "Shift+R", true, true},
+    {"changeDpi", "Change DPI...", nullptr, nullptr, true, true},
     {nullptr, nullptr, nullptr, nullptr, false, false},
-    {"options", "Options...", nullptr, nullptr, false, false},
+    {"options", "Options...", nullptr, nullptr, true, false},
 };
 
 const Entry kViewMenu[] = {
@@ -102,6 +103,7 @@ const Entry kPageMenu[] = {
     {"pagePrev", "Previous Page", nullptr, "Shift+Page Up", true, true},
     {"pageNext", "Next Page", nullptr, "Shift+Page Down", true, true},
     {"pageLast", "Last Page", nullptr, "Shift+End", true, true},
+    {"pageNumber", "Go To Page...", nullptr, nullptr, true, true},
     {nullptr, nullptr, nullptr, nullptr, false, false},
     {"extract", "Extract Pages", nullptr, nullptr, true, true},
     {"extractInto", "Extract Pages Into...", nullptr, nullptr, true, true},
@@ -110,6 +112,7 @@ const Entry kPageMenu[] = {
 const Entry kHelpMenu[] = {
     {"about", "About...", nullptr, nullptr, true, false},
     {"formats", "Formats...", nullptr, nullptr, true, false},
+    {"thanks", "Thanks...", nullptr, nullptr, true, false},
 };
 
 struct MenuDef {

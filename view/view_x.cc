@@ -1550,6 +1550,11 @@ bool ViewGetSelection(Widget w, OpRect *out) {
   return true;
 }
 
+void ViewGoToPage(Widget w, int page) {
+  ViewRecord *v = FindView(w);
+  if (v && !v->busy) GoToPage(v, page);
+}
+
 Widget ViewShellAt(int index) {
   if (index < 0 || index >= static_cast<int>(g_views.size())) return nullptr;
   return g_views[index]->shell;

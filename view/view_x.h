@@ -92,6 +92,9 @@ void ExtractViewPages(Widget w, const char *dir);
 // The rectangle drawn with the left button, in picture coordinates; false
 // when there is none (or it is empty).
 bool ViewGetSelection(Widget w, OpRect *out);
+// Shows page `page` (from 0, clamped) of the multi-page file of the view
+// holding `w`, as the page commands do.
+void ViewGoToPage(Widget w, int page);
 
 }  // namespace quilla
 

@@ -1,0 +1,440 @@
+// The Options dialog and the view's small dialogs on real X servers, driven
+// by keys sent to the widget that has the keyboard: values kept through the
+// settings file, Escape discarding, the Save page alone, the properties'
+// size text, descriptions written, the page and resolution dialogs.
+// GoogleTest first: X headers define macros (None, Bool...) that clash with it.
+#include <gtest/gtest.h>
+
+#include <X11/Intrinsic.h>
+#include <X11/IntrinsicP.h>
+#include <X11/Shell.h>
+#include <X11/keysym.h>
+#include <Xm/List.h>
+#include <Xm/TextF.h>
+#include <Xm/ToggleB.h>
+#include <Xm/Xm.h>
+#include <sys/stat.h>
+
+#include <cstdlib>
+#include <map>
+#include <string>
+
+#include "core/app_x.h"
+#include "core/display_x.h"
+#include "core/options_x.h"
+#include "core/settings.h"
+#include "files/load_x.h"
+#include "gui_util.h"
+#include "test_util.h"
+#include "view/view_x.h"
+
+namespace {
+
+using namespace quilla;
+
+class OptionsTest : public ::testing::Test {
+ public:
+  // A key press and release sent to the widget that has the keyboard in
+  // `shell`, as a user typing into the dialog.
+  void Key(Widget shell, KeySym sym, unsigned state = 0) {
+    // Motif takes typing only in a window that has the keyboard; tests
+    // running side by side on the server take it from each other.
+    Window has;
+    int revert;
+    XGetInputFocus(dpy_, &has, &revert);
+    if (has != XtWindow(shell)) {
+      XSetInputFocus(dpy_, XtWindow(shell), RevertToParent, CurrentTime);
+      Pump();
+    }
+    Widget focus = XmGetFocusWidget(shell);
+    ASSERT_NE(focus, nullptr) << XtName(shell);
+    while (!XtIsWidget(focus)) focus = XtParent(focus);  // gadgets take keys through their parent
+    XKeyEvent ev{};
+    ev.type = KeyPress;
+    ev.display = dpy_;
+    ev.window = XtWindow(focus);
+    ev.root = DefaultRootWindow(dpy_);
+    ev.state = state;
+    ev.keycode = XKeysymToKeycode(dpy_, sym);
+    ev.same_screen = True;
+    XSendEvent(dpy_, ev.window, True, KeyPressMask, reinterpret_cast<XEvent *>(&ev));
+    ev.type = KeyRelease;
+    XSendEvent(dpy_, ev.window, True, KeyReleaseMask, reinterpret_cast<XEvent *>(&ev));
+    Pump();
+  }
+  // Lower-case letters, digits, blanks and dots.
+  void Type(Widget shell, const std::string &text) {
+    for (char c : text) Key(shell, c == ' ' ? XK_space : c == '.' ? XK_period : static_cast<KeySym>(c));
+  }
+  // Empties the text field that has the keyboard with BackSpace (the text
+  // the dialog selected may have lost its selection to another client),
+  // then types `text`.
+  void Retype(Widget shell, const std::string &text) {
+    Widget f = XmGetFocusWidget(shell);
+    ASSERT_TRUE(f && XmIsTextField(f));
+    Key(shell, XK_End);
+    for (int n = XmTextFieldGetLastPosition(f); n >= 0; --n) Key(shell, XK_BackSpace);
+    Type(shell, text);
+  }
+  void Pump() {
+    for (int r = 0; r < 3; ++r) {
+      XSync(dpy_, False);
+      while (XtAppPending(App().app)) XtAppProcessEvent(App().app, XtIMAll);
+    }
+  }
+
+ protected:
+  void Open(const char *env) {
+    const char *name = std::getenv(env);
+    if (!name || !*name) GTEST_SKIP() << env << " not set (scripts/test starts the X servers)";
+    static XtAppContext app = nullptr;
+    if (!app) {
+      XtToolkitInitialize();
+      app = XtCreateApplicationContext();
+      RegisterActions(app);
+    }
+    // One connection and shell per server for the whole program (Motif's
+    // per-display caches do not survive closing a display).
+    static std::map<std::string, std::pair<Display *, Widget>> conns;
+    auto &c = conns[name];
+    if (!c.first) {
+      int argc = 0;
+      c.first = XtOpenDisplay(app, name, "quilla", "Quilla", nullptr, 0, &argc, nullptr);
+      ASSERT_NE(c.first, nullptr);
+      c.second = XtVaAppCreateShell("quilla", "Quilla", applicationShellWidgetClass, c.first, XmNmappedWhenManaged,
+                                    False, XmNwidth, 10, XmNheight, 10, nullptr);
+      XtRealizeWidget(c.second);
+      // A realised start window keeps the last view's close from quitting.
+      Widget keeper = XtVaCreatePopupShell("QuillInit", topLevelShellWidgetClass, c.second, XmNwidth, 10, XmNheight,
+                                           10, nullptr);
+      XtRealizeWidget(keeper);
+    }
+    dpy_ = c.first;
+    App().app = app;
+    App().dpy = dpy_;
+    App().screen = DefaultScreen(dpy_);
+    App().shell = c.second;
+    App().main_window = nullptr;
+    InitVisual(dpy_, App().screen, -1, false);
+    ReadSettingsFile(&Settings(), rc_);
+  }
+  void TearDown() override {
+    if (!dpy_) return;
+    if (Widget s = ShownOptions()) XtDestroyWidget(s);
+    DialogHook old = SetDialogHook([](Widget box) {
+      if (box == ShownConfirm()) XtCallCallbacks(XtNameToWidget(box, "*buttonCancel"), XmNactivateCallback, nullptr);
+    });
+    while (Widget s = ViewShellAt(0)) RunViewCommand(s, "close");
+    SetDialogHook(old);
+    Pump();
+    FreeFileTypes(&Settings());
+  }
+  // The pop-up child `name` of `parent` (a view's or the application's
+  // shell) that is not being destroyed, or nullptr.
+  Widget Dialog(Widget parent, const char *name) {
+    Widget w = XtNameToWidget(parent, name);
+    return w && !w->core.being_destroyed ? w : nullptr;
+  }
+  std::string FocusName(Widget shell) {
+    Widget f = XmGetFocusWidget(shell);
+    return f ? XtName(f) : "<none>";
+  }
+  std::string Field(Widget shell, const char *name) {
+    Widget w = XtNameToWidget(shell, name);
+    if (!w) return std::string("<no ") + name + ">";
+    char *t = XmTextFieldGetString(w);
+    std::string s = t;
+    XtFree(t);
+    return s;
+  }
+  Widget OpenView(const std::string &path) {
+    Widget shell = OpenViewOnFile(App().shell, path.c_str(), 0);
+    Pump();
+    return shell;
+  }
+  std::string Png(const char *name, int w, int h) {
+    TslPicture p = testutil::MakePicture(TSL_RGB, w, h, 7);
+    TslParams params;
+    tslDefaultParams(&params);
+    params.format = tslFormatGetIndex("png");
+    const std::string path = dir_.file(name);
+    EXPECT_EQ(tslSave(path.c_str(), &p, &params), 0);
+    tslFree(&p);
+    return path;
+  }
+
+  testutil::TempDir dir_;
+  const std::string rc_ = dir_.file("rc");
+  Display *dpy_ = nullptr;
+};
+
+TEST_F(OptionsTest, TypedValueIsKeptThroughTheSettingsFileAndEscapeDiscards) {
+  for (const char *env : {"QUILLA_TEST_DISPLAY", "QUILLA_TEST_DISPLAY8"}) {
+    SCOPED_TRACE(env);
+    Open(env);
+    if (HasFatalFailure() || IsSkipped()) return;
+    // From the start window (no view): the command opens the dialog on its
+    // first page with the first field's text selected, so typing replaces it.
+    RunViewCommand(App().shell, "options");
+    Pump();
+    Widget shell = ShownOptions();
+    ASSERT_NE(shell, nullptr);
+    EXPECT_STREQ(XtName(shell), "QuillOption");
+    for (const char *page : {"*PStart", "*PSave", "*PFileTypes", "*PCache", "*PCache*tbCache",
+                             "*PCache*optionMenuCache", "*PCache*scrolledList", "*PFileTypes*scrolledList"})
+      EXPECT_NE(XtNameToWidget(shell, page), nullptr) << page;
+    EXPECT_EQ(FocusName(shell), "OptionStartXText");
+    Retype(shell, "321");
+    // A switch and a file type changed with the mouse, then Return for O.K.
+    XmToggleButtonSetState(XtNameToWidget(shell, "*OptionViewUseUndo"), False, False);
+    Widget types = XtNameToWidget(shell, "*PFileTypes*scrolledList");
+    int jpeg = -1;
+    for (int i = 0; i < Settings().file_type_count; ++i)
+      if (std::string(Settings().file_types[i].name) == "jpeg") jpeg = i;
+    ASSERT_GE(jpeg, 0);
+    XmListDeselectPos(types, jpeg + 1);
+    Key(shell, XK_Return);
+    EXPECT_EQ(ShownOptions(), nullptr);
+    EXPECT_EQ(Settings().Start.X, 321);
+    EXPECT_FALSE(Settings().View.UseUndo);
+    EXPECT_FALSE(Settings().file_types[jpeg].enabled);
+
+    // Quitting writes the record; the next start reads it and the dialog shows it.
+    ASSERT_TRUE(WriteSettingsFile(&Settings(), rc_));
+    const std::string text = testutil::ReadFile(rc_);
+    for (const char *line : {"\nStart.X = 321\n", "\nView.UseUndo = False\n", "\nFileTypes.jpeg = False\n",
+                             "\nSave.JpegQuality = 100\n"})
+      EXPECT_NE(text.find(line), std::string::npos) << line;
+    ReadSettingsFile(&Settings(), rc_);
+    RunViewCommand(App().shell, "options");
+    Pump();
+    shell = ShownOptions();
+    ASSERT_NE(shell, nullptr);
+    EXPECT_EQ(Field(shell, "*OptionStartXText"), "321");
+    EXPECT_FALSE(XmToggleButtonGetState(XtNameToWidget(shell, "*OptionViewUseUndo")));
+    EXPECT_FALSE(XmListPosSelected(XtNameToWidget(shell, "*PFileTypes*scrolledList"), jpeg + 1));
+
+    // Escape throws the typing away.
+    Retype(shell, "999");
+    EXPECT_EQ(Field(shell, "*OptionStartXText"), "999");
+    Key(shell, XK_Escape);
+    EXPECT_EQ(ShownOptions(), nullptr);
+    EXPECT_EQ(Settings().Start.X, 321);
+    FreeFileTypes(&Settings());
+  }
+}
+
+TEST_F(OptionsTest, InvalidValueKeepsTheDialogOpenAndChangesNothing) {
+  Open("QUILLA_TEST_DISPLAY");
+  if (IsSkipped() || HasFatalFailure()) return;
+  RunViewCommand(App().shell, "options");
+  Pump();
+  Widget shell = ShownOptions();
+  ASSERT_NE(shell, nullptr);
+  XmToggleButtonSetState(XtNameToWidget(shell, "*OptionStartSavePosition"), True, False);
+  XmTextFieldSetString(XtNameToWidget(shell, "*OptionJpegText"), const_cast<char *>("101"));
+  Retype(shell, "55");  // a good value before the bad one: nothing is stored either
+  Key(shell, XK_Return);
+  ASSERT_EQ(ShownOptions(), shell);
+  EXPECT_EQ(Settings().Start.X, -1);
+  EXPECT_FALSE(Settings().Start.SavePosition);
+  EXPECT_EQ(Settings().Save.JpegQuality, 100);
+  EXPECT_NE(guitest::LabelText(shell, "*labelMessage").find("JPEG quality"), std::string::npos);
+  // The Save page is shown with the wrong field holding the keyboard.
+  EXPECT_TRUE(XtIsManaged(XtNameToWidget(shell, "*PSave")));
+  EXPECT_FALSE(XtIsManaged(XtNameToWidget(shell, "*PStart")));
+  EXPECT_EQ(FocusName(shell), "OptionJpegText");
+  Retype(shell, "75");
+  Key(shell, XK_Return);
+  EXPECT_EQ(ShownOptions(), nullptr);
+  EXPECT_EQ(Settings().Save.JpegQuality, 75);
+  EXPECT_EQ(Settings().Start.X, 55);
+  EXPECT_TRUE(Settings().Start.SavePosition);
+}
+
+TEST_F(OptionsTest, SavePageAloneAnswersItsCaller) {
+  Open("QUILLA_TEST_DISPLAY");
+  if (IsSkipped() || HasFatalFailure()) return;
+  static OptionsTest *self;
+  self = this;
+  static std::string focus;
+  static bool start_page;
+  for (bool escape : {false, true}) {
+    SCOPED_TRACE(escape ? "Escape" : "Return");
+    static bool esc;
+    esc = escape;
+    XtAppAddTimeOut(App().app, 200, [](XtPointer, XtIntervalId *) {
+      Widget shell = ShownOptions();
+      if (!shell) return;
+      focus = XmGetFocusWidget(shell) ? XtName(XmGetFocusWidget(shell)) : "<none>";
+      start_page = XtNameToWidget(shell, "*PStart") != nullptr;
+      self->Retype(shell, "80");
+      self->Key(shell, esc ? XK_Escape : XK_Return);
+      if (ShownOptions() == shell)  // not answered: end the loop, the test fails
+        XtCallCallbacks(XtNameToWidget(shell, "*buttonCancel"), XmNactivateCallback, nullptr);
+    }, nullptr);
+    const bool applied = ShowSaveOptions(App().shell);
+    EXPECT_EQ(applied, !escape);
+    EXPECT_EQ(focus, "OptionJpegText");
+    EXPECT_FALSE(start_page);
+    EXPECT_EQ(Settings().Save.JpegQuality, 80);
+    EXPECT_EQ(ShownOptions(), nullptr);
+  }
+}
+
+TEST_F(OptionsTest, PropertiesShowTheSizeTextAndFormat) {
+  Open("QUILLA_TEST_DISPLAY");
+  if (IsSkipped() || HasFatalFailure()) return;
+  const std::string path = Png("props.png", 300, 200);
+  struct stat st;
+  ASSERT_EQ(stat(path.c_str(), &st), 0);
+  ASSERT_GT(st.st_size, 1024);
+  ASSERT_LT(st.st_size, 1048576);
+  char size[64];
+  std::snprintf(size, sizeof size, "%.2f Kb", st.st_size / 1024.0);
+  Widget view = OpenView(path);
+  ASSERT_NE(view, nullptr);
+  RunViewCommand(view, "properties");
+  Pump();
+  Widget box = Dialog(view, "QuillProperties");
+  ASSERT_NE(box, nullptr);
+  EXPECT_EQ(guitest::LabelText(box, "*labelSize"), size);
+  EXPECT_EQ(guitest::LabelText(box, "*labelFile"), path);
+  EXPECT_EQ(guitest::LabelText(box, "*labelFormat").substr(0, 4), "png ");
+  EXPECT_NE(guitest::LabelText(box, "*labelDimensions").find("300 x 200"), std::string::npos);
+  // A second Ctrl+E brings the same dialog forward; Escape closes it.
+  RunViewCommand(view, "properties");
+  Pump();
+  EXPECT_EQ(Dialog(view, "QuillProperties"), box);
+  Key(box, XK_Escape);
+  EXPECT_EQ(Dialog(view, "QuillProperties"), nullptr);
+}
+
+TEST_F(OptionsTest, DescribeWritesTheDescriptionFile) {
+  Open("QUILLA_TEST_DISPLAY");
+  if (IsSkipped() || HasFatalFailure()) return;
+  const std::string path = Png("my pic.png", 40, 30);
+  testutil::WriteFile(dir_.file(".description"), "other.png Kept as it was\n");
+  Widget view = OpenView(path);
+  ASSERT_NE(view, nullptr);
+  RunViewCommand(view, "describe");
+  Pump();
+  Widget box = Dialog(view, "quillDesc");
+  ASSERT_NE(box, nullptr);
+  EXPECT_EQ(FocusName(box), "textDesc");
+  Retype(box, "a walk");
+  Key(box, XK_Return);
+  EXPECT_EQ(Dialog(view, "quillDesc"), nullptr);
+  EXPECT_EQ(testutil::ReadFile(dir_.file(".description")),
+            "\"other.png\" Kept as it was\n\"my pic.png\" a walk\n");
+  // Opened again it shows the text; Escape changes nothing.
+  RunViewCommand(view, "describe");
+  Pump();
+  box = Dialog(view, "quillDesc");
+  ASSERT_NE(box, nullptr);
+  EXPECT_EQ(Field(box, "*textDesc"), "a walk");
+  Retype(box, "lost");
+  Key(box, XK_Escape);
+  EXPECT_EQ(Dialog(view, "quillDesc"), nullptr);
+  EXPECT_NE(testutil::ReadFile(dir_.file(".description")).find("a walk"), std::string::npos);
+  // An emptied text removes the file's line.
+  RunViewCommand(view, "describe");
+  Pump();
+  box = Dialog(view, "quillDesc");
+  ASSERT_NE(box, nullptr);
+  Retype(box, "");
+  Key(box, XK_Return);
+  EXPECT_EQ(testutil::ReadFile(dir_.file(".description")), "\"other.png\" Kept as it was\n");
+}
+
+TEST_F(OptionsTest, DescriptionThatCannotBeWrittenSaysSoAndStaysOpen) {
+  Open("QUILLA_TEST_DISPLAY");
+  if (IsSkipped() || HasFatalFailure()) return;
+  const std::string path = Png("pic.png", 20, 20);
+  ::mkdir(dir_.file(".description").c_str(), 0755);  // in the way of the file
+  Widget view = OpenView(path);
+  ASSERT_NE(view, nullptr);
+  RunViewCommand(view, "describe");
+  Pump();
+  Widget box = Dialog(view, "quillDesc");
+  ASSERT_NE(box, nullptr);
+  Retype(box, "text");
+  Key(box, XK_Return);
+  ASSERT_EQ(Dialog(view, "quillDesc"), box);
+  EXPECT_EQ(guitest::LabelText(box, "*labelMessage"), "Can't save the description in " + dir_.file(".description"));
+  EXPECT_EQ(Field(box, "*textDesc"), "text");  // nothing typed is lost
+  Key(box, XK_Escape);
+  EXPECT_EQ(Dialog(view, "quillDesc"), nullptr);
+}
+
+TEST_F(OptionsTest, PageNumberAndResolutionDialogs) {
+  Open("QUILLA_TEST_DISPLAY8");
+  if (IsSkipped() || HasFatalFailure()) return;
+  const std::string path = dir_.file("pages.tif");
+  TslParams params;
+  tslDefaultParams(&params);
+  TslFile *file = nullptr;
+  ASSERT_EQ(tslFileCreate(&file, path.c_str(), tslFormatGetIndex("tiff"), 4, &params), 0);
+  for (int i = 0; i < 4; ++i) {
+    TslPicture p = testutil::MakePicture(TSL_RGB, 30 + i, 20, 3 + i);
+    ASSERT_EQ(tslFileAddPicture(file, &p, &params), 0);
+    tslFree(&p);
+  }
+  ASSERT_EQ(tslFileClose(file), 0);
+  Widget view = OpenView(path);
+  ASSERT_NE(view, nullptr);
+  ViewState st;
+  ASSERT_TRUE(GetViewState(view, &st));
+  ASSERT_EQ(st.pages, 4);
+
+  // A page outside the file keeps the dialog open; page 3 goes there.
+  RunViewCommand(view, "pageNumber");
+  Pump();
+  Widget box = Dialog(view, "QuillPage");
+  ASSERT_NE(box, nullptr);
+  EXPECT_EQ(Field(box, "*textPage"), "1");
+  Retype(box, "5");
+  Key(box, XK_Return);
+  ASSERT_EQ(Dialog(view, "QuillPage"), box);
+  EXPECT_NE(guitest::LabelText(box, "*labelMessage").find("1 to 4"), std::string::npos);
+  Retype(box, "3");
+  Key(box, XK_Return);
+  Pump();
+  EXPECT_EQ(Dialog(view, "QuillPage"), nullptr);
+  ASSERT_TRUE(GetViewState(view, &st));
+  EXPECT_EQ(st.page, 2);
+  EXPECT_EQ(st.width, 32u);
+
+  // The resolution: Tab goes to the second field; O.K. marks the picture changed.
+  RunViewCommand(view, "changeDpi");
+  Pump();
+  box = Dialog(view, "QuillDpi");
+  ASSERT_NE(box, nullptr);
+  EXPECT_EQ(FocusName(box), "textDpiX");
+  Retype(box, "300");
+  Key(box, XK_Tab);
+  EXPECT_EQ(FocusName(box), "textDpiY");
+  Retype(box, "150");
+  Key(box, XK_Return);
+  EXPECT_EQ(Dialog(view, "QuillDpi"), nullptr);
+  const TslPicture *pic = ViewCurrentPicture(view);
+  ASSERT_NE(pic, nullptr);
+  EXPECT_EQ(pic->attr_pair[0], 300u);
+  EXPECT_EQ(pic->attr_pair[1], 150u);
+  ASSERT_TRUE(GetViewState(view, &st));
+  EXPECT_TRUE(st.modified);
+}
+
+TEST_F(OptionsTest, ThanksFromTheStartWindowClosesOnReturn) {
+  Open("QUILLA_TEST_DISPLAY");
+  if (IsSkipped() || HasFatalFailure()) return;
+  RunViewCommand(App().shell, "thanks");
+  Pump();
+  Widget box = Dialog(App().shell, "QuillThanks");
+  ASSERT_NE(box, nullptr);
+  EXPECT_NE(guitest::LabelText(box, "*label1").find("Thanks"), std::string::npos);
+  Key(box, XK_Return);
+  EXPECT_EQ(Dialog(App().shell, "QuillThanks"), nullptr);
+}
+
+}  // namespace
