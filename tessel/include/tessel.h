@@ -171,6 +171,9 @@ typedef struct TslParams {
 #define TSL_COMP_BYTERUN1    13
 #define TSL_COMP_HUFFMAN     14
 #define TSL_COMP_OTHER       15
+#define TSL_COMP_HEVC        16   /* HEIF */
+#define TSL_COMP_AV1         17   /* AVIF */
+#define TSL_COMP_JPEGXL      18
 
 typedef struct TslFileInfo {
     int      format;             /* format index */

@@ -284,8 +284,8 @@ const char *tslGetFullLabelForCompression(const TslFileInfo *info) {
       "None",           "Run-length (RLE)", "LZW",       "PackBits",         "Deflate (ZIP)",
       "JPEG (baseline)", "JPEG (progressive)", "CCITT modified Huffman RLE", "CCITT Group 3 fax",
       "CCITT Group 4 fax", "WebP lossy",    "WebP lossless", "JPEG 2000 wavelet", "ByteRun1", "Huffman",
-      "Other"};
-  if (!info || info->compression < 0 || info->compression > TSL_COMP_OTHER) return "Other";
+      "Other",          "HEVC",             "AV1",       "JPEG XL"};
+  if (!info || info->compression < 0 || info->compression > TSL_COMP_JPEGXL) return "Other";
   return kLabels[info->compression];
 }
 

@@ -2,13 +2,15 @@
 #include "format.h"
 
 namespace tessel {
+extern const FormatDef kAvifFormat, kHeifFormat, kJxlFormat;
 extern const FormatDef kBmpFormat, kDcxFormat, kGifFormat, kIffFormat, kJp2Format, kJpegFormat, kPbmFormat,
     kPcxFormat, kPgmFormat, kPngFormat, kPpmFormat, kRawFormat, kSgiFormat, kTgaFormat, kTiffFormat, kWebpFormat,
     kXbmFormat, kXpmFormat, kXwdFormat, kYuvFormat;
 
 namespace {
 const FormatDef *const kTable[] = {
-    &kBmpFormat, &kDcxFormat, &kGifFormat, &kIffFormat, &kJp2Format, &kJpegFormat, &kPbmFormat,
+    &kAvifFormat, &kBmpFormat, &kDcxFormat, &kGifFormat, &kHeifFormat, &kIffFormat, &kJp2Format, &kJpegFormat,
+    &kJxlFormat, &kPbmFormat,
     &kPcxFormat, &kPgmFormat, &kPngFormat, &kPpmFormat, &kRawFormat, &kSgiFormat, &kTgaFormat,
     &kTiffFormat, &kWebpFormat, &kXbmFormat, &kXpmFormat, &kXwdFormat, &kYuvFormat,
 };

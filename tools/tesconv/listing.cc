@@ -97,7 +97,7 @@ std::string UsageText() {
       "  -npcd N            Photo CD resolution index\n"
       "\n"
       "Writing:\n"
-      "  -q N               quality 1..100 (JPEG, WebP, JPEG 2000)\n"
+      "  -q N               quality 1..100 (JPEG, WebP, JPEG 2000, HEIF, AVIF, JPEG XL)\n"
       "  -progressive       progressive JPEG\n"
       "  -interlace         interlaced PNG or GIF\n"
       "  -compress C        0..9 (PNG zlib level, 0 = none elsewhere) or a method:\n"
