@@ -2,7 +2,7 @@
 #include "format.h"
 
 namespace tessel {
-extern const FormatDef kAvifFormat, kHeifFormat, kJxlFormat;
+extern const FormatDef kAvifFormat, kHeifFormat, kJxlFormat, kPsFormat;
 extern const FormatDef kBmpFormat, kDcxFormat, kGifFormat, kIffFormat, kJp2Format, kJpegFormat, kPbmFormat,
     kPcxFormat, kPgmFormat, kPngFormat, kPpmFormat, kRawFormat, kSgiFormat, kTgaFormat, kTiffFormat, kWebpFormat,
     kXbmFormat, kXpmFormat, kXwdFormat, kYuvFormat;
@@ -11,7 +11,7 @@ namespace {
 const FormatDef *const kTable[] = {
     &kAvifFormat, &kBmpFormat, &kDcxFormat, &kGifFormat, &kHeifFormat, &kIffFormat, &kJp2Format, &kJpegFormat,
     &kJxlFormat, &kPbmFormat,
-    &kPcxFormat, &kPgmFormat, &kPngFormat, &kPpmFormat, &kRawFormat, &kSgiFormat, &kTgaFormat,
+    &kPcxFormat, &kPgmFormat, &kPngFormat, &kPpmFormat, &kPsFormat, &kRawFormat, &kSgiFormat, &kTgaFormat,
     &kTiffFormat, &kWebpFormat, &kXbmFormat, &kXpmFormat, &kXwdFormat, &kYuvFormat,
 };
 }  // namespace
