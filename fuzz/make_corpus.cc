@@ -150,6 +150,16 @@ int main(int argc, char **argv) {
     const std::vector<uint8_t> bytes(s.second.begin(), s.second.end());
     if (WriteBytes(path, bytes, bytes.size())) files += 1 + Variants(path, stem, "ps", static_cast<uint32_t>(bytes.size()));
   }
+  // EXIF blocks in both byte orders, as JPEG's APP1 holds them.
+  const std::string exif_dir = root + "/exif";
+  ::mkdir(exif_dir.c_str(), 0777);
+  const std::string le = std::string("Exif\0\0II*\0\x08\0\0\0\x01\0\x12\x01\x03\0\x01\0\0\0\x06\0\0\0\0\0\0\0", 32);
+  const std::string be = std::string("MM\0*\0\0\0\x08\0\x01\x01\x12\0\x03\0\0\0\x01\0\x08\0\0\0\0\0\0", 26);
+  for (const auto &s : {std::make_pair("le", le), std::make_pair("be", be)}) {
+    const std::string stem = exif_dir + "/" + s.first, path = stem + ".exif";
+    const std::vector<uint8_t> bytes(s.second.begin(), s.second.end());
+    if (WriteBytes(path, bytes, bytes.size())) files += 1 + Variants(path, stem, "exif", static_cast<uint32_t>(bytes.size()));
+  }
   std::printf("make_corpus: %d files in %s\n", files, root.c_str());
   return files > 0 ? 0 : 1;
 }

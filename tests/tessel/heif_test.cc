@@ -67,7 +67,9 @@ TEST(Heif, ToolFilesMatchTheToolsDecoders) {
     ASSERT_TRUE(ToolDecode(dir, c.decoder, file, c.decoded, &theirs));
     // The tools round YCbCr to RGB on their own, and libheif and libavif
     // upsample 4:2:0 chroma each their own way.
-    if (std::string(c.encoder).find("heif-enc -A") == std::string::npos) EXPECT_TRUE(SameColors(ours, theirs, 1));
+    if (std::string(c.encoder).find("heif-enc -A") == std::string::npos) {
+      EXPECT_TRUE(SameColors(ours, theirs, 1));
+    }
     EXPECT_LT(MeanAbsDiff(ours, theirs), 4.0);
     EXPECT_LT(MeanAbsDiff(ours, src), 12.0);
   }
@@ -94,7 +96,9 @@ TEST(Heif, WrittenFilesReadBackAndByTheTools) {
       ASSERT_EQ(Save(path, src, p), TSL_OK);
       const size_t high = ReadFile(path).size();
       ASSERT_EQ(Load(path, &back), TSL_OK);
-      if (model != TSL_INDEXED) EXPECT_LT(MeanAbsDiff(src, back), 8.0);  // random palette indices: noise
+      if (model != TSL_INDEXED) {
+        EXPECT_LT(MeanAbsDiff(src, back), 8.0);  // random palette indices: noise
+      }
       const std::string decoder = std::string(format) == "jxl" ? "djxl SRC OUT" : std::string(format) == "avif"
                                                                                       ? "avifdec SRC OUT"
                                                                                       : "heif-convert SRC OUT";
@@ -102,8 +106,11 @@ TEST(Heif, WrittenFilesReadBackAndByTheTools) {
       ASSERT_TRUE(ToolDecode(dir, decoder, path, "d.png", &theirs));
       // libheif and libavif upsample 4:2:0 chroma each their own way
       // (nearest and bilinear): noise pictures differ most.
-      if (std::string(format) != "avif") EXPECT_LT(MeanAbsDiff(back, theirs), 2.0);
-      else if (model != TSL_INDEXED) EXPECT_LT(MeanAbsDiff(back, theirs), 6.0);
+      if (std::string(format) != "avif") {
+        EXPECT_LT(MeanAbsDiff(back, theirs), 2.0);
+      } else if (model != TSL_INDEXED) {
+        EXPECT_LT(MeanAbsDiff(back, theirs), 6.0);
+      }
       p.quality = 10;
       ASSERT_EQ(Save(path, src, p), TSL_OK);
       EXPECT_LT(ReadFile(path).size(), high);

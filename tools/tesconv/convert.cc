@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "imgproc/convert.h"
+#include "imgproc/geometry.h"
 #include "imgproc/operations.h"
 #include "tools/tesconv/tesconv.h"
 
@@ -262,6 +263,27 @@ ConvResult ConvertOne(const ConvOptions &opt, const ConvJob &job, OutputClaims *
     }
     r.message = ErrorLine(job.input, r.code, library_message.c_str());
     return r;
+  }
+
+  // Stored pixels are kept unless asked to turn them upright; the written
+  // file then carries no turn of its own (orientation 1).
+  if (opt.auto_orient) {
+    TslFileInfo info;
+    const int orientation =
+        tslFileInformation(job.input.c_str(), opt.in_format, 0, &info) == TSL_OK ? info.orientation : 0;
+    tslFileInformationFree(&info);
+    if (orientation > 1) {
+      TslPicture upright;
+      std::memset(&upright, 0, sizeof upright);
+      if (OrientPicture(&pic, &upright, orientation) != kOpDone) {
+        r.code = TSL_ERR_MEMORY;
+        r.message = job.input + ": -autoorient: Not enough memory";
+        tslFree(&pic);
+        return r;
+      }
+      tslFree(&pic);
+      pic = upright;
+    }
   }
 
   // Operations in the order given; a refused one (bilevel picture, empty

@@ -55,6 +55,7 @@ bool InfoText(const std::string &path, int format, std::string *text) {
   o += Printf("  Compression:    %s\n", tslGetFullLabelForCompression(&info));
   if (info.dpi_x > 0 || info.dpi_y > 0) o += Printf("  Resolution:     %dx%d dpi\n", info.dpi_x, info.dpi_y);
   else o += "  Resolution:     unknown\n";
+  if (info.orientation > 0) o += Printf("  Orientation:    %d\n", info.orientation);
   o += Printf("  Pages:          %d\n", info.pages);
   if (info.comment && *info.comment) {
     std::string comment = info.comment;
@@ -88,6 +89,7 @@ std::string UsageText() {
       "  -j N               convert N files at a time (default: number of cores)\n"
       "  -v                 print a line for every file written\n"
       "  -ignore            keep what a damaged file gives instead of failing\n"
+      "  -autoorient        turn pictures upright by their EXIF orientation\n"
       "  -thumb WxH         reduced load: fit into W x H while reading (never enlarges)\n"
       "\n"
       "Headerless input (raw, yuv) and Photo CD:\n"

@@ -32,6 +32,7 @@ struct ConvOptions {
   int jobs = 0;               // -j, 0 = number of cores
   bool verbose = false;       // -v: one line per converted file
   bool keep_damaged = false;  // -ignore: keep what a damaged file gives
+  bool auto_orient = false;   // -autoorient: turn upright by the EXIF orientation
 
   // Headerless input (-size, -ctype, -corder) and Photo CD (-npcd).
   int raw_width = 0, raw_height = 0;
