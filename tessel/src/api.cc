@@ -327,6 +327,22 @@ int tslFileInformation(const char *path, int format, int page, TslFileInfo *info
   return code;
 }
 
+int tslFileInformationEx(const char *path, const TslParams *params, TslFileInfo *info) {
+  if (!params) return tslFileInformation(path, -1, 0, info);
+  std::memset(info, 0, sizeof *info);
+  info->format = -1;
+  InputFile in;
+  int code = in.open(path);
+  if (code != TSL_OK) return code;
+  const int f = validFormat(params->format) ? params->format : detect(in.source(), path, params->flags);
+  if (f < 0 || !formatAt(f).load) return TSL_ERR_FORMAT;
+  code = tessel::headerlessInfo(formatAt(f), in.source(), *params, info);
+  if (code < 0) return tslFileInformation(path, f, params->page, info);
+  info->format = f;
+  if (info->pages < 1) info->pages = 1;
+  return code;
+}
+
 void tslFileInformationFree(TslFileInfo *info) {
   if (!info) return;
   std::free(info->comment);

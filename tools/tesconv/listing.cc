@@ -35,9 +35,9 @@ std::string FormatsListing() {
   return out;
 }
 
-bool InfoText(const std::string &path, int format, std::string *text) {
+bool InfoText(const std::string &path, const TslParams &params, std::string *text) {
   TslFileInfo info;
-  int code = tslFileInformation(path.c_str(), format, 0, &info);
+  int code = tslFileInformationEx(path.c_str(), &params, &info);
   if (code != TSL_OK) {
     *text = ErrorLine(path, code, info.message) + "\n";
     tslFileInformationFree(&info);

@@ -123,7 +123,7 @@ std::string ErrorLine(const std::string &path, int code, const char *library_mes
 std::string FormatsListing();
 // "-info": the information block of one file; false when it cannot be read
 // (the block then holds the error line).
-bool InfoText(const std::string &path, int format, std::string *text);
+bool InfoText(const std::string &path, const TslParams &params, std::string *text);
 
 // The text of "-help".
 std::string UsageText();

@@ -409,7 +409,7 @@ int psLoad(const Source &src, TslPicture *picture, LoadContext &ctx) {
 }  // namespace
 
 extern const FormatDef kPsFormat = {
-    "ps", "PostScript, EPS and PDF (Ghostscript)", "ps;eps;epsi;epsf;pdf;ai",
+    "ps", "PostScript, EPS and PDF", "ps;eps;epsi;epsf;pdf;ai",
     {{-1, 0, 0, 0}},
     kMagicStrong, true, psSniff, psInfo, psLoad, nullptr, nullptr};
 
