@@ -225,6 +225,12 @@ int runGhostscript(const std::string &gs, const std::vector<std::string> &args, 
   for (;;) {
     const pid_t r = ::waitpid(pid, &status, WNOHANG);
     if (r == pid) break;
+    if (r < 0 && errno == ECHILD) {
+      // Reaped by someone else (a program ignoring SIGCHLD): the output
+      // file tells whether the page was made.
+      status = 0;
+      break;
+    }
     if (r < 0 && errno != EINTR) return TSL_ERR_INTERNAL;
     const auto elapsed = std::chrono::steady_clock::now() - start;
     bool stop = false;
