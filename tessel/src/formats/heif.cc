@@ -235,7 +235,8 @@ int saveAs(FILE *file, const TslPicture *picture, SaveContext &ctx, heif_compres
   std::unique_ptr<heif_encoding_options, void (*)(heif_encoding_options *)> options(
       heif_encoding_options_alloc(), heif_encoding_options_free);
   if (!options) return TSL_ERR_MEMORY;
-  // Lossless keeps the RGB samples as they are: no colour matrix, full range.
+  // Lossless keeps the RGB samples as they are: no colour matrix, full
+  // range, said on the image (which the conversion follows) and in the file.
   heif_color_profile_nclx *nclx = nullptr;
   if (lossless) {
     nclx = heif_nclx_color_profile_alloc();
@@ -243,6 +244,7 @@ int saveAs(FILE *file, const TslPicture *picture, SaveContext &ctx, heif_compres
     nclx->matrix_coefficients = heif_matrix_coefficients_RGB_GBR;
     nclx->full_range_flag = 1;
     options->output_nclx_profile = nclx;
+    heif_image_set_nclx_color_profile(image.get(), nclx);
   }
   const heif_error e = heif_context_encode_image(hctx.get(), image.get(), encoder.get(), options.get(), nullptr);
   if (nclx) heif_nclx_color_profile_free(nclx);
