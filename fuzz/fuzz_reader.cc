@@ -18,6 +18,7 @@
 #include <string>
 #include <vector>
 
+#include "exif.h"
 #include "tessel.h"
 
 namespace {
@@ -99,6 +100,18 @@ void LoadWith(const char *path, int format, const char *label) {
   tslFree(&pic);
 }
 
+// The EXIF orientation parsers straight on the bytes: as a bare block, and
+// as the PNG and WebP files that carry one.
+void ExerciseExif(const uint8_t *data, size_t size) {
+  const int found[] = {tessel::exifOrientation(data, size), tessel::pngExifOrientation(data, size),
+                       tessel::webpExifOrientation(data, size)};
+  for (int o : found)
+    if (o < 0 || o > 8) {
+      std::fprintf(stderr, "EXIF orientation %d out of range\n", o);
+      ++g_failures;
+    }
+}
+
 void Exercise(const uint8_t *data, size_t size, int format) {
   MemFile file(data, size);
   if (!file.ok()) return;
@@ -121,6 +134,7 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***) {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+  ExerciseExif(data, size);
   static const int format = tslFormatGetIndex(FUZZ_FORMAT);
   if (format < 0) return 0;
   Exercise(data, size, format);
@@ -184,6 +198,7 @@ int main(int argc, char **argv) {
   for (const std::string &path : files) {
     if (!ReadAll(path, &data)) continue;
     const int before = g_failures;
+    ExerciseExif(data.data(), data.size());
     for (int f = 0; f < tslCount(); ++f)
       if (tslFormatIsSupported(f)) Exercise(data.data(), data.size(), f);
     MemFile file(data.data(), data.size());

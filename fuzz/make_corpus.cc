@@ -12,6 +12,7 @@
 #include <cstring>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tessel.h"
@@ -180,6 +181,35 @@ int main(int argc, char **argv) {
     const std::vector<uint8_t> bytes(s.bytes.begin(), s.bytes.end());
     if (!WriteBytes(path, bytes, bytes.size())) continue;
     files += 1 + Variants(path, stem, ext, ++seed);
+  }
+  // Read-only formats get hand-written seeds: PostScript with and without
+  // DSC comments, EPS, and a DOS EPS binary header around PostScript.
+  const std::string ps_dir = root + "/ps";
+  ::mkdir(ps_dir.c_str(), 0777);
+  const std::string two_pages =
+      "%!PS-Adobe-3.0\n%%Pages: 2\n%%BoundingBox: 0 0 40 20\n%%EndComments\n"
+      "%%Page: 1 1\n1 0 0 setrgbcolor 0 0 40 20 rectfill showpage\n"
+      "%%Page: 2 2\n0 0 1 setrgbcolor 0 0 20 20 rectfill showpage\n%%EOF\n";
+  const std::string eps = "%!PS-Adobe-3.0 EPSF-3.0\n%%BoundingBox: 10 10 30 30\n0.5 setgray 10 10 20 20 rectfill\n";
+  std::string dos = "\xC5\xD0\xD3\xC6";
+  for (uint32_t v : {30u, static_cast<uint32_t>(eps.size()), 0u, 0u, 0u, 0u})
+    for (int b = 0; b < 4; ++b) dos += static_cast<char>(v >> (8 * b) & 0xff);
+  dos += std::string(2, '\xff') + eps;
+  const std::pair<const char *, std::string> seeds[] = {{"pages", two_pages}, {"eps", eps}, {"dos", dos}};
+  for (const auto &s : seeds) {
+    const std::string stem = ps_dir + "/" + s.first, path = stem + ".ps";
+    const std::vector<uint8_t> bytes(s.second.begin(), s.second.end());
+    if (WriteBytes(path, bytes, bytes.size())) files += 1 + Variants(path, stem, "ps", static_cast<uint32_t>(bytes.size()));
+  }
+  // EXIF blocks in both byte orders, as JPEG's APP1 holds them.
+  const std::string exif_dir = root + "/exif";
+  ::mkdir(exif_dir.c_str(), 0777);
+  const std::string le = std::string("Exif\0\0II*\0\x08\0\0\0\x01\0\x12\x01\x03\0\x01\0\0\0\x06\0\0\0\0\0\0\0", 32);
+  const std::string be = std::string("MM\0*\0\0\0\x08\0\x01\x01\x12\0\x03\0\0\0\x01\0\x08\0\0\0\0\0\0", 26);
+  for (const auto &s : {std::make_pair("le", le), std::make_pair("be", be)}) {
+    const std::string stem = exif_dir + "/" + s.first, path = stem + ".exif";
+    const std::vector<uint8_t> bytes(s.second.begin(), s.second.end());
+    if (WriteBytes(path, bytes, bytes.size())) files += 1 + Variants(path, stem, "exif", static_cast<uint32_t>(bytes.size()));
   }
   std::printf("make_corpus: %d files in %s\n", files, root.c_str());
   return files > 0 ? 0 : 1;

@@ -256,6 +256,19 @@ int flip(TslPicture *src, TslPicture *dst, const OpRect *rect, bool horizontal) 
 
 }  // namespace
 
+int OrientPicture(const TslPicture *src, TslPicture *dst, int orientation) {
+  if (!rows::Usable(src)) return kOpEmptyRect;
+  // Quarter turns counter-clockwise, then a mirror (1 left-right, 2 top-bottom).
+  static const int kQuarters[9] = {0, 0, 0, 2, 0, 3, 3, 3, 1};
+  static const int kMirror[9] = {0, 0, 1, 0, 2, 1, 0, 2, 0};
+  const int o = orientation >= 1 && orientation <= 8 ? orientation : 1;
+  const int code = kQuarters[o] ? RotateQuarters(src, dst, kQuarters[o]) : CopyToDest(src, dst);
+  if (code != kOpDone || !kMirror[o]) return code;
+  const OpRect whole{0, 0, static_cast<int>(dst->width), static_cast<int>(dst->height)};
+  flipInPlace(dst, whole, kMirror[o] == 1);
+  return kOpDone;
+}
+
 int OpFlipHorizontal(TslPicture *src, TslPicture *dst, const OpRect *rect, const OpParams &) {
   return flip(src, dst, rect, true);
 }

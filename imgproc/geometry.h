@@ -44,6 +44,13 @@ int RotateQuarters(const TslPicture *src, TslPicture *dst, int quarters);
 // Multiples of 90 degrees go to RotateQuarters.
 int RotatePicture(const TslPicture *src, TslPicture *dst, double degrees, uint32_t background);
 
+// Turns a picture stored with EXIF orientation `orientation` upright: 2
+// mirrors left-right, 3 turns half round, 4 mirrors top-bottom, 5
+// transposes, 6 turns a quarter clockwise, 7 transposes across the other
+// diagonal, 8 turns a quarter counter-clockwise.  1, 0 and unknown values
+// give an identical copy.  Exact, on every colour model.
+int OrientPicture(const TslPicture *src, TslPicture *dst, int orientation);
+
 // The picture placed centred on a width x height canvas filled with
 // `background` (0xRRGGBB, alpha opaque; the nearest palette entry on
 // indexed pictures, white on binary ones).  A smaller canvas crops around

@@ -162,6 +162,16 @@ int WriteUserFilterFile(const char *path, const UserFilterList &list) {
 
 std::vector<std::string> DefaultUserFilterPaths() {
   std::vector<std::string> paths = {"/usr/share/Quilla/Filters/udf-def.dat"};
+  char exe[4096];
+  const ssize_t n = readlink("/proc/self/exe", exe, sizeof exe - 1);
+  if (n > 0) {
+    std::string bin(exe, static_cast<size_t>(n));
+    const size_t slash = bin.rfind('/');
+    if (slash != std::string::npos) {
+      const std::string beside = bin.substr(0, slash) + "/../share/Quilla/Filters/udf-def.dat";
+      if (beside != paths[0]) paths.push_back(beside);
+    }
+  }
   std::string installed = std::string(QUILLA_DATADIR) + "/Quilla/Filters/udf-def.dat";
   if (installed != paths[0]) paths.push_back(installed);
   return paths;

@@ -48,7 +48,9 @@ int WriteUserFilterFile(const char *path, const UserFilterList &list);
 void SortUserFilters(UserFilterList *list);
 
 // The default list: "/usr/share/Quilla/Filters/udf-def.dat", then the
-// same file under the installation's data directory.
+// same file beside the running program (<bin>/../share/Quilla/...), so an
+// installation moved elsewhere still finds it, then under the data
+// directory the build was configured for.
 std::vector<std::string> DefaultUserFilterPaths();
 
 // Reads <home>/.quilla/udf.dat, else the first default list that opens; the

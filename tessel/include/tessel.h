@@ -93,6 +93,10 @@ typedef int (*TslProgressFunc)(int what, int value, void *user_data);
 #define TSL_ORDER_GRB 3
 #define TSL_ORDER_GBR 4
 #define TSL_ORDER_BRG 5
+#define TSL_ORDER_RGBA 6   /* 4 bytes: red, green, blue, alpha (read as TSL_RGBA) */
+#define TSL_ORDER_ABGR 7   /* 4 bytes: alpha, blue, green, red (read as TSL_RGBA) */
+#define TSL_ORDER_CMY  8   /* 3 bytes: cyan, magenta, yellow (255 - red, ...) */
+#define TSL_ORDER_CMYK 9   /* 4 bytes: cyan, magenta, yellow, black */
 #define TSL_CHANNEL_INTERLEAVED 0   /* RGBRGB... */
 #define TSL_CHANNEL_PLANAR      1   /* RR..GG..BB.. */
 #define TSL_CHANNEL_GREY        2   /* one byte per pixel */
@@ -171,6 +175,9 @@ typedef struct TslParams {
 #define TSL_COMP_BYTERUN1    13
 #define TSL_COMP_HUFFMAN     14
 #define TSL_COMP_OTHER       15
+#define TSL_COMP_HEVC        16   /* HEIF */
+#define TSL_COMP_AV1         17   /* AVIF */
+#define TSL_COMP_JPEGXL      18
 
 typedef struct TslFileInfo {
     int      format;             /* format index */
@@ -239,6 +246,10 @@ int  tslFormatFromExtension(const char *path);        /* negative when unknown *
 void tslDefaultParams(TslParams *params);
 
 int  tslFileInformation(const char *path, int format, int page, TslFileInfo *info);
+/* The same for params->format (-1 = find out) and params->page; headerless
+ * files (raw, yuv) are described with the geometry, offset and channel
+ * layout of the parameters, as tslLoad would read them. */
+int  tslFileInformationEx(const char *path, const TslParams *params, TslFileInfo *info);
 void tslFileInformationFree(TslFileInfo *info);
 const char *tslGetLabelForColorModel(const TslFileInfo *info);
 const char *tslGetFullLabelForCompression(const TslFileInfo *info);

@@ -290,8 +290,8 @@ const char *tslGetFullLabelForCompression(const TslFileInfo *info) {
       "None",           "Run-length (RLE)", "LZW",       "PackBits",         "Deflate (ZIP)",
       "JPEG (baseline)", "JPEG (progressive)", "CCITT modified Huffman RLE", "CCITT Group 3 fax",
       "CCITT Group 4 fax", "WebP lossy",    "WebP lossless", "JPEG 2000 wavelet", "ByteRun1", "Huffman",
-      "Other"};
-  if (!info || info->compression < 0 || info->compression > TSL_COMP_OTHER) return "Other";
+      "Other",          "HEVC",             "AV1",       "JPEG XL"};
+  if (!info || info->compression < 0 || info->compression > TSL_COMP_JPEGXL) return "Other";
   return kLabels[info->compression];
 }
 
@@ -328,6 +328,22 @@ int tslFileInformation(const char *path, int format, int page, TslFileInfo *info
       std::snprintf(info->message, sizeof info->message, "%s", ctx.message());
     }
   }
+  info->format = f;
+  if (info->pages < 1) info->pages = 1;
+  return code;
+}
+
+int tslFileInformationEx(const char *path, const TslParams *params, TslFileInfo *info) {
+  if (!params) return tslFileInformation(path, -1, 0, info);
+  std::memset(info, 0, sizeof *info);
+  info->format = -1;
+  InputFile in;
+  int code = in.open(path);
+  if (code != TSL_OK) return code;
+  const int f = validFormat(params->format) ? params->format : detect(in.source(), path, params->flags);
+  if (f < 0 || !formatAt(f).load) return TSL_ERR_FORMAT;
+  code = tessel::headerlessInfo(formatAt(f), in.source(), *params, info);
+  if (code < 0) return tslFileInformation(path, f, params->page, info);
   info->format = f;
   if (info->pages < 1) info->pages = 1;
   return code;

@@ -104,6 +104,10 @@ struct FormatDef {
 int formatCount();
 const FormatDef &formatAt(int index);
 
+// File information of a headerless file (raw, yuv) with the geometry and
+// channel layout of `params`; -1 when `format` is not headerless.
+int headerlessInfo(const FormatDef &format, const Source &src, const TslParams &params, TslFileInfo *info);
+
 // Row helpers shared by the writers (any colour model in).
 inline uint32_t packedLine(uint32_t width) { return (width + 7) / 8; }
 inline int getBit(const uint8_t *row, uint32_t x) { return (row[x / 8] >> (7 - x % 8)) & 1; }

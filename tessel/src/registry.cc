@@ -2,6 +2,7 @@
 #include "format.h"
 
 namespace tessel {
+extern const FormatDef kAvifFormat, kHeifFormat, kJxlFormat, kPsFormat;
 extern const FormatDef kBmpFormat, kDcxFormat, kGifFormat, kIffFormat, kJp2Format, kJpegFormat, kPbmFormat,
     kPcxFormat, kPgmFormat, kPngFormat, kPpmFormat, kRawFormat, kSgiFormat, kTgaFormat, kTiffFormat, kWebpFormat,
     kXbmFormat, kXpmFormat, kXwdFormat, kYuvFormat;
@@ -9,8 +10,9 @@ extern const FormatDef kCinFormat, kDpxFormat, kGrobFormat, kIcoFormat, kPcdForm
 
 namespace {
 const FormatDef *const kTable[] = {
-    &kBmpFormat, &kDcxFormat, &kGifFormat, &kIffFormat, &kJp2Format, &kJpegFormat, &kPbmFormat,
-    &kPcxFormat, &kPgmFormat, &kPngFormat, &kPpmFormat, &kRawFormat, &kSgiFormat, &kTgaFormat,
+    &kAvifFormat, &kBmpFormat, &kDcxFormat, &kGifFormat, &kHeifFormat, &kIffFormat, &kJp2Format, &kJpegFormat,
+    &kJxlFormat, &kPbmFormat,
+    &kPcxFormat, &kPgmFormat, &kPngFormat, &kPpmFormat, &kPsFormat, &kRawFormat, &kSgiFormat, &kTgaFormat,
     &kTiffFormat, &kWebpFormat, &kXbmFormat, &kXpmFormat, &kXwdFormat, &kYuvFormat,
     &kCinFormat, &kDpxFormat, &kGrobFormat, &kIcoFormat, &kPcdFormat, &kPsdFormat, &kRasFormat, &kSoftFormat,
 };

@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "imgproc/convert.h"
+#include "imgproc/geometry.h"
 #include "imgproc/operations.h"
 #include "tools/tesconv/tesconv.h"
 
@@ -124,11 +125,28 @@ std::string CanonicalPath(const std::string &path) {
   return full;
 }
 
+// The library's channel order for a -ctype word ("grey" is a channel type).
+int ChannelOrderFor(const std::string &ctype) {
+  if (ctype == "bgr") return TSL_ORDER_BGR;
+  if (ctype == "rgba") return TSL_ORDER_RGBA;
+  if (ctype == "abgr") return TSL_ORDER_ABGR;
+  if (ctype == "cmy") return TSL_ORDER_CMY;
+  if (ctype == "cmyk") return TSL_ORDER_CMYK;
+  return TSL_ORDER_RGB;
+}
+
 int CompressionFor(const ConvOptions &opt, int format) {
   const std::string &c = opt.compress;
   const std::string name = tslFormatGetName(format);
-  // PNG is always deflated; its field is the zlib level, 6 being zlib's own default.
-  if (c.empty()) return name == "png" ? 6 : 0;
+  // Defaults every other program reads: PNG deflated at zlib's own level 6;
+  // PCX, DCX and IFF ILBM run-length encoded (uncompressed ones are rare and
+  // some readers refuse them); TIFF with LZW, which every TIFF reader knows.
+  if (c.empty()) {
+    if (name == "png") return 6;
+    if (name == "pcx" || name == "dcx" || name == "iff") return 1;
+    if (name == "tiff") return TSL_TIFF_LZW;
+    return 0;
+  }
   if (c[0] >= '0' && c[0] <= '9') return std::atoi(c.c_str());
   if (name == "tiff") {
     if (c == "lzw") return TSL_TIFF_LZW;
@@ -154,8 +172,7 @@ void LoadParams(const ConvOptions &opt, TslParams *params) {
     params->height = opt.raw_height;
     params->offset = opt.raw_offset;
   }
-  if (opt.ctype == "bgr" || opt.ctype == "abgr") params->channel_order = TSL_ORDER_BGR;
-  else params->channel_order = TSL_ORDER_RGB;
+  params->channel_order = ChannelOrderFor(opt.ctype);
   if (opt.corder == "seq" || opt.corder == "sep") params->channel_type = TSL_CHANNEL_PLANAR;
   else if (!opt.corder.empty()) params->channel_type = TSL_CHANNEL_INTERLEAVED;
   if (opt.ctype == "grey") params->channel_type = TSL_CHANNEL_GREY;
@@ -178,7 +195,7 @@ void SaveParams(const ConvOptions &opt, const TslPicture &picture, TslParams *pa
   params->optimize_huffman = opt.optimize ? 1 : 0;
   params->transparent_index = opt.transparent;
   // Headerless output uses the same layout switches as headerless input.
-  if (opt.ctype == "bgr" || opt.ctype == "abgr") params->channel_order = TSL_ORDER_BGR;
+  params->channel_order = ChannelOrderFor(opt.ctype);
   if (opt.corder == "seq" || opt.corder == "sep") params->channel_type = TSL_CHANNEL_PLANAR;
   if (opt.ctype == "grey") params->channel_type = TSL_CHANNEL_GREY;
   if (opt.have_size) params->offset = opt.raw_offset;
@@ -262,6 +279,27 @@ ConvResult ConvertOne(const ConvOptions &opt, const ConvJob &job, OutputClaims *
     }
     r.message = ErrorLine(job.input, r.code, library_message.c_str());
     return r;
+  }
+
+  // Stored pixels are kept unless asked to turn them upright; the written
+  // file then carries no turn of its own (orientation 1).
+  if (opt.auto_orient) {
+    TslFileInfo info;
+    const int orientation =
+        tslFileInformation(job.input.c_str(), opt.in_format, 0, &info) == TSL_OK ? info.orientation : 0;
+    tslFileInformationFree(&info);
+    if (orientation > 1) {
+      TslPicture upright;
+      std::memset(&upright, 0, sizeof upright);
+      if (OrientPicture(&pic, &upright, orientation) != kOpDone) {
+        r.code = TSL_ERR_MEMORY;
+        r.message = job.input + ": -autoorient: Not enough memory";
+        tslFree(&pic);
+        return r;
+      }
+      tslFree(&pic);
+      pic = upright;
+    }
   }
 
   // Operations in the order given; a refused one (bilevel picture, empty

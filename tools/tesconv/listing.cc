@@ -35,9 +35,9 @@ std::string FormatsListing() {
   return out;
 }
 
-bool InfoText(const std::string &path, int format, std::string *text) {
+bool InfoText(const std::string &path, const TslParams &params, std::string *text) {
   TslFileInfo info;
-  int code = tslFileInformation(path.c_str(), format, 0, &info);
+  int code = tslFileInformationEx(path.c_str(), &params, &info);
   if (code != TSL_OK) {
     *text = ErrorLine(path, code, info.message) + "\n";
     tslFileInformationFree(&info);
@@ -55,6 +55,7 @@ bool InfoText(const std::string &path, int format, std::string *text) {
   o += Printf("  Compression:    %s\n", tslGetFullLabelForCompression(&info));
   if (info.dpi_x > 0 || info.dpi_y > 0) o += Printf("  Resolution:     %dx%d dpi\n", info.dpi_x, info.dpi_y);
   else o += "  Resolution:     unknown\n";
+  if (info.orientation > 0) o += Printf("  Orientation:    %d\n", info.orientation);
   o += Printf("  Pages:          %d\n", info.pages);
   if (info.comment && *info.comment) {
     std::string comment = info.comment;
@@ -88,6 +89,7 @@ std::string UsageText() {
       "  -j N               convert N files at a time (default: number of cores)\n"
       "  -v                 print a line for every file written\n"
       "  -ignore            keep what a damaged file gives instead of failing\n"
+      "  -autoorient        turn pictures upright by their EXIF orientation\n"
       "  -thumb WxH         reduced load: fit into W x H while reading (never enlarges)\n"
       "\n"
       "Headerless input (raw, yuv) and Photo CD:\n"
@@ -97,7 +99,7 @@ std::string UsageText() {
       "  -npcd N            Photo CD resolution index\n"
       "\n"
       "Writing:\n"
-      "  -q N               quality 1..100 (JPEG, WebP, JPEG 2000)\n"
+      "  -q N               quality 1..100 (JPEG, WebP, JPEG 2000, HEIF, AVIF, JPEG XL)\n"
       "  -progressive       progressive JPEG\n"
       "  -interlace         interlaced PNG or GIF\n"
       "  -compress C        0..9 (PNG zlib level, 0 = none elsewhere) or a method:\n"

@@ -167,7 +167,9 @@ int main(int argc, char **argv) {
     case ConvOptions::kInfo:
       for (size_t k = 0; k < opt.files.size(); ++k) {
         std::string text;
-        if (quilla::InfoText(opt.files[k], opt.in_format, &text)) {
+        TslParams params;  // headerless files are described with -size and -ctype
+        quilla::LoadParams(opt, &params);
+        if (quilla::InfoText(opt.files[k], params, &text)) {
           std::fputs(text.c_str(), stdout);
         } else {
           std::fprintf(stderr, "tesconv: %s", text.c_str());

@@ -168,6 +168,9 @@ bool ParseCommandLine(const std::vector<std::string> &args, ConvOptions *opt, st
     } else if (a == "-ignore") {
       opt->keep_damaged = true;
       ++i;
+    } else if (a == "-autoorient") {
+      opt->auto_orient = true;
+      ++i;
     } else if (a == "-size") {
       if (i + 1 >= args.size() ||
           !ParseGeometry(args[i + 1], &opt->raw_width, &opt->raw_height, &opt->raw_offset)) {

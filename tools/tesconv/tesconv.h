@@ -32,6 +32,7 @@ struct ConvOptions {
   int jobs = 0;               // -j, 0 = number of cores
   bool verbose = false;       // -v: one line per converted file
   bool keep_damaged = false;  // -ignore: keep what a damaged file gives
+  bool auto_orient = false;   // -autoorient: turn upright by the EXIF orientation
 
   // Headerless input (-size, -ctype, -corder) and Photo CD (-npcd).
   int raw_width = 0, raw_height = 0;
@@ -122,7 +123,7 @@ std::string ErrorLine(const std::string &path, int code, const char *library_mes
 std::string FormatsListing();
 // "-info": the information block of one file; false when it cannot be read
 // (the block then holds the error line).
-bool InfoText(const std::string &path, int format, std::string *text);
+bool InfoText(const std::string &path, const TslParams &params, std::string *text);
 
 // The text of "-help".
 std::string UsageText();

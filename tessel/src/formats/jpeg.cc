@@ -17,6 +17,7 @@
 #include <jpeglib.h>
 
 #include "../bytes.h"
+#include "../exif.h"
 #include "../format.h"
 
 namespace tessel {
@@ -254,33 +255,6 @@ void densityToDpi(const jpeg_decompress_struct &c, int *dx, int *dy) {
     *dx = static_cast<int>(c.X_density * 2.54 + 0.5);
     *dy = static_cast<int>(c.Y_density * 2.54 + 0.5);
   }
-}
-
-// EXIF orientation (1..8) from the body of an APP1 marker, 0 when absent.
-// Every offset is checked against the marker's length.
-int exifOrientation(const uint8_t *data, size_t size) {
-  if (size < 14 || std::memcmp(data, "Exif\0\0", 6) != 0) return 0;
-  const uint8_t *tiff = data + 6;
-  const size_t n = size - 6;
-  bool le;
-  if (tiff[0] == 'I' && tiff[1] == 'I') le = true;
-  else if (tiff[0] == 'M' && tiff[1] == 'M') le = false;
-  else return 0;
-  auto u16 = [&](size_t off) -> unsigned { return le ? le16(tiff + off) : be16(tiff + off); };
-  auto u32 = [&](size_t off) -> uint32_t { return le ? le32(tiff + off) : be32(tiff + off); };
-  if (u16(2) != 42) return 0;
-  const uint32_t ifd = u32(4);
-  if (ifd < 8 || ifd > n || n - ifd < 2) return 0;
-  const unsigned count = u16(ifd);
-  for (unsigned i = 0; i < count; ++i) {
-    const size_t entry = ifd + 2 + static_cast<size_t>(i) * 12;
-    if (entry + 12 > n) return 0;
-    if (u16(entry) != 0x0112) continue;
-    if (u16(entry + 2) != 3) return 0;  // SHORT
-    const unsigned v = u16(entry + 8);
-    return v >= 1 && v <= 8 ? static_cast<int>(v) : 0;
-  }
-  return 0;
 }
 
 bool jpegSniff(const uint8_t *d, size_t n) { return n >= 3 && d[0] == 0xFF && d[1] == 0xD8 && d[2] == 0xFF; }

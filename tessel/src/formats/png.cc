@@ -12,6 +12,7 @@
 #include <cstring>
 #include <vector>
 
+#include "../exif.h"
 #include "../format.h"
 
 namespace tessel {
@@ -207,6 +208,7 @@ int pngInfo(const Source &src, int, TslFileInfo *out) {
   out->compression = TSL_COMP_DEFLATE;
   out->has_alpha = plan.model == TSL_RGBA || plan.transparent_index >= 0;
   out->pages = 1;
+  out->orientation = pngExifOrientation(src.data, src.size);
   readDpi(png, info, &out->dpi_x, &out->dpi_y);
   png_textp text = nullptr;
   int count = 0;

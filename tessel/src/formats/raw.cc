@@ -18,8 +18,72 @@ const int kOrder[6][3] = {{0, 1, 2}, {2, 1, 0}, {0, 2, 1}, {1, 0, 2}, {1, 2, 0},
 
 const int *orderOf(int order) { return kOrder[order >= 0 && order < 6 ? order : 0]; }
 
+// How the bytes of one pixel are laid out in a headerless file.
+struct Layout {
+  enum Kind { kGrey, kRgb, kRgba, kAbgr, kCmy, kCmyk } kind;
+  int channels;
+  const int *order;  // kRgb: the channel of each byte
+  bool planar;
+  int model() const { return kind == kGrey ? TSL_GREY : kind == kRgba || kind == kAbgr ? TSL_RGBA : TSL_RGB; }
+};
+
+Layout layoutOf(const TslParams &p) {
+  const bool planar = p.channel_type == TSL_CHANNEL_PLANAR;
+  if (p.channel_type == TSL_CHANNEL_GREY) return {Layout::kGrey, 1, nullptr, false};
+  switch (p.channel_order) {
+    case TSL_ORDER_RGBA: return {Layout::kRgba, 4, nullptr, planar};
+    case TSL_ORDER_ABGR: return {Layout::kAbgr, 4, nullptr, planar};
+    case TSL_ORDER_CMY: return {Layout::kCmy, 3, nullptr, planar};
+    case TSL_ORDER_CMYK: return {Layout::kCmyk, 4, nullptr, planar};
+    default: return {Layout::kRgb, 3, orderOf(p.channel_order), planar};
+  }
+}
+
+// The file's bytes s[0 .. channels) of one pixel into the picture's pixel.
+inline void decodePixel(const Layout &L, const uint8_t *s, uint8_t *out) {
+  switch (L.kind) {
+    case Layout::kGrey: out[0] = s[0]; break;
+    case Layout::kRgb:
+      for (int i = 0; i < 3; ++i) out[L.order[i]] = s[i];
+      break;
+    case Layout::kRgba: std::memcpy(out, s, 4); break;
+    case Layout::kAbgr: out[0] = s[3], out[1] = s[2], out[2] = s[1], out[3] = s[0]; break;
+    case Layout::kCmy:
+      for (int i = 0; i < 3; ++i) out[i] = static_cast<uint8_t>(255 - s[i]);
+      break;
+    case Layout::kCmyk:
+      for (int i = 0; i < 3; ++i) out[i] = static_cast<uint8_t>(((255 - s[i]) * (255 - s[3]) + 127) / 255);
+      break;
+  }
+}
+
+// An RGBA pixel into the file's bytes (grey by the usual luma weights,
+// black as the complement of the brightest channel).
+inline void encodePixel(const Layout &L, const uint8_t *c, bool grey_picture, uint8_t *s) {
+  switch (L.kind) {
+    case Layout::kGrey:
+      s[0] = grey_picture ? c[0] : static_cast<uint8_t>((c[0] * 299 + c[1] * 587 + c[2] * 114 + 500) / 1000);
+      break;
+    case Layout::kRgb:
+      for (int i = 0; i < 3; ++i) s[i] = c[L.order[i]];
+      break;
+    case Layout::kRgba: std::memcpy(s, c, 4); break;
+    case Layout::kAbgr: s[0] = c[3], s[1] = c[2], s[2] = c[1], s[3] = c[0]; break;
+    case Layout::kCmy:
+      for (int i = 0; i < 3; ++i) s[i] = static_cast<uint8_t>(255 - c[i]);
+      break;
+    case Layout::kCmyk: {
+      const int top = c[0] > c[1] ? (c[0] > c[2] ? c[0] : c[2]) : (c[1] > c[2] ? c[1] : c[2]);
+      s[3] = static_cast<uint8_t>(255 - top);
+      for (int i = 0; i < 3; ++i) s[i] = top ? static_cast<uint8_t>(((top - c[i]) * 255 + top / 2) / top) : 0;
+      break;
+    }
+  }
+}
+
 int rawInfo(const Source &, int, TslFileInfo *info) {
-  // The geometry is not in the file: it comes with the load parameters.
+  // The geometry is not in the file: it comes with the load parameters
+  // (see headerlessInfo).
   info->width = 0;
   info->height = 0;
   info->color_model = TSL_RGB;
@@ -42,40 +106,36 @@ int rawLoad(const Source &src, TslPicture *picture, LoadContext &ctx) {
     return TSL_ERR_BAD_FILE;
   }
   const uint32_t w = static_cast<uint32_t>(p.width), h = static_cast<uint32_t>(p.height);
-  const bool grey = p.channel_type == TSL_CHANNEL_GREY;
-  const bool planar = p.channel_type == TSL_CHANNEL_PLANAR;
-  const uint64_t channels = grey ? 1 : 3;
+  const Layout L = layoutOf(p);
+  const uint64_t channels = static_cast<uint64_t>(L.channels);
   const uint64_t pixels = static_cast<uint64_t>(w) * h;
   const uint64_t need = pixels * channels;
   const uint64_t offset = static_cast<uint64_t>(p.offset);
   const uint64_t avail = src.size > offset ? src.size - offset : 0;
   if (avail < need && !ctx.keepDamaged()) {
-    ctx.setMessage("Raw data is too short: %llu bytes for %ux%u %s pixels",
-                   static_cast<unsigned long long>(avail), w, h, grey ? "grey" : "RGB");
+    ctx.setMessage("Raw data is too short: %llu bytes for %ux%u pixels of %d bytes",
+                   static_cast<unsigned long long>(avail), w, h, L.channels);
     return TSL_ERR_BAD_FILE;
   }
   if (!ctx.sizeAllowed(w, h)) return TSL_ERR_MEMORY;
-  int code = ctx.alloc(picture, grey ? TSL_GREY : TSL_RGB, w, h);
+  int code = ctx.alloc(picture, L.model(), w, h);
   if (code != TSL_OK) return code;
   const uint8_t *data = src.data + (avail ? offset : 0);
-  const int *order = orderOf(p.channel_order);
+  const int bpp = picture->bytes_per_pixel;
   for (uint32_t y = 0; y < h; ++y) {
     uint8_t *out = rowOf(picture, y);
     const uint64_t first = static_cast<uint64_t>(y) * w;  // pixel index of the row start
-    if (grey) {
-      if (first + w > avail) break;
-      std::memcpy(out, data + first, w);
-    } else if (planar) {
-      if (2 * pixels + first + w > avail) break;
-      for (int i = 0; i < 3; ++i) {
-        const uint8_t *plane = data + static_cast<uint64_t>(i) * pixels + first;
-        for (uint32_t x = 0; x < w; ++x) out[3 * x + order[i]] = plane[x];
+    if (L.planar) {
+      if ((channels - 1) * pixels + first + w > avail) break;
+      uint8_t s[4];
+      for (uint32_t x = 0; x < w; ++x) {
+        for (int i = 0; i < L.channels; ++i) s[i] = data[static_cast<uint64_t>(i) * pixels + first + x];
+        decodePixel(L, s, out + static_cast<size_t>(x) * bpp);
       }
     } else {
-      if (3 * (first + w) > avail) break;
-      const uint8_t *in = data + 3 * first;
-      for (uint32_t x = 0; x < w; ++x)
-        for (int i = 0; i < 3; ++i) out[3 * x + order[i]] = in[3 * x + i];
+      if (channels * (first + w) > avail) break;
+      const uint8_t *in = data + channels * first;
+      for (uint32_t x = 0; x < w; ++x) decodePixel(L, in + channels * x, out + static_cast<size_t>(x) * bpp);
     }
     if (ctx.progress(y + 1, h)) return TSL_STOPPED;
   }
@@ -87,30 +147,25 @@ int rawSave(FILE *file, const TslPicture *pic, SaveContext &ctx) {
   const uint32_t w = pic->width, h = pic->height;
   for (long i = 0; i < p.offset; ++i)
     if (!put8(file, 0)) return TSL_ERR_WRITE;
-  const bool grey = p.channel_type == TSL_CHANNEL_GREY;
-  const bool planar = p.channel_type == TSL_CHANNEL_PLANAR;
-  const int *order = orderOf(p.channel_order);
-  std::vector<uint8_t> rgb(static_cast<size_t>(w) * 3), line(static_cast<size_t>(w) * 3);
-  // Planar files are written one plane after the other: three passes over the rows.
-  const int passes = planar ? 3 : 1;
+  const Layout L = layoutOf(p);
+  const bool grey_picture = pic->color_model == TSL_GREY;
+  std::vector<uint8_t> rgba(static_cast<size_t>(w) * 4), line(static_cast<size_t>(w) * 4);
+  // Planar files are written one plane after the other: a pass over the
+  // rows per channel.
+  const int passes = L.planar ? L.channels : 1;
   for (int pass = 0; pass < passes; ++pass) {
     for (uint32_t y = 0; y < h; ++y) {
-      tslGetRowRGB(pic, y, rgb.data());
-      size_t n = w;
-      if (grey) {
-        for (uint32_t x = 0; x < w; ++x) {
-          const uint8_t *c = &rgb[3 * x];
-          line[x] = pic->color_model == TSL_GREY
-                        ? c[0]
-                        : static_cast<uint8_t>((c[0] * 299 + c[1] * 587 + c[2] * 114 + 500) / 1000);
+      tslGetRowRGBA(pic, y, rgba.data());
+      uint8_t s[4];
+      for (uint32_t x = 0; x < w; ++x) {
+        if (L.planar) {
+          encodePixel(L, &rgba[4 * static_cast<size_t>(x)], grey_picture, s);
+          line[x] = s[pass];
+        } else {
+          encodePixel(L, &rgba[4 * static_cast<size_t>(x)], grey_picture, &line[static_cast<size_t>(x) * L.channels]);
         }
-      } else if (planar) {
-        for (uint32_t x = 0; x < w; ++x) line[x] = rgb[3 * x + order[pass]];
-      } else {
-        for (uint32_t x = 0; x < w; ++x)
-          for (int i = 0; i < 3; ++i) line[3 * x + i] = rgb[3 * x + order[i]];
-        n = 3 * static_cast<size_t>(w);
       }
+      const size_t n = L.planar ? w : static_cast<size_t>(w) * L.channels;
       if (!putBytes(file, line.data(), n)) return TSL_ERR_WRITE;
       ctx.progress(static_cast<uint64_t>(pass) * h + y + 1, static_cast<uint64_t>(passes) * h);
     }
@@ -228,6 +283,29 @@ int yuvSave(FILE *file, const TslPicture *pic, SaveContext &ctx) {
 }
 
 }  // namespace
+
+extern const FormatDef kRawFormat, kYuvFormat;
+
+int headerlessInfo(const FormatDef &format, const Source &src, const TslParams &params, TslFileInfo *info) {
+  if (&format != &kRawFormat && &format != &kYuvFormat) return -1;
+  int code = format.info(src, params.page, info);
+  if (code != TSL_OK || params.width <= 0 || params.height <= 0) return code;
+  info->width = static_cast<uint32_t>(params.width);
+  info->height = static_cast<uint32_t>(params.height);
+  const uint64_t offset = params.offset > 0 ? static_cast<uint64_t>(params.offset) : 0;
+  const uint64_t avail = src.size > offset ? src.size - offset : 0;
+  if (&format == &kYuvFormat) {
+    const uint64_t frames = avail / frameBytes(info->width, info->height);
+    info->pages = frames < 1 ? 1 : frames > 0x7fffffff ? 0x7fffffff : static_cast<int>(frames);
+    return TSL_OK;
+  }
+  const Layout L = layoutOf(params);
+  info->color_model = L.model();
+  info->planes = L.channels;
+  info->colors = L.kind == Layout::kGrey ? 256 : 1L << 24;
+  info->has_alpha = L.model() == TSL_RGBA;
+  return TSL_OK;
+}
 
 extern const FormatDef kRawFormat = {
     "raw", "Raw pixels (headerless)", "raw;rgb24;data",

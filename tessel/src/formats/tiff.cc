@@ -229,6 +229,9 @@ int tiffInfo(const Source &src, int page, TslFileInfo *info) {
   info->compression = compressionOf(L.compression);
   resolutionOf(tif, &info->dpi_x, &info->dpi_y);
   info->has_alpha = L.alpha >= 0;
+  uint16_t orientation = 0;
+  if (TIFFGetField(tif, TIFFTAG_ORIENTATION, &orientation) && orientation >= 1 && orientation <= 8)
+    info->orientation = orientation;
   const char *text = nullptr;
   if (TIFFGetField(tif, TIFFTAG_IMAGEDESCRIPTION, &text) && text) info->comment = strdup(text);
   info->pages = TIFFNumberOfDirectories(tif);
@@ -433,7 +436,11 @@ int readRgbaImage(TIFF *tif, const Layout &L, TslPicture *pic, LoadContext &ctx,
     std::snprintf(why, why_size, "%s", emsg[0] ? emsg : "Unsupported TIFF picture layout");
     return TSL_ERR_BAD_FILE;
   }
-  img.req_orientation = ORIENTATION_TOPLEFT;
+  // The stored order, as every other path reads it; the orientation is
+  // reported by the file information, and turning is the caller's choice.
+  uint16_t orientation = ORIENTATION_TOPLEFT;
+  TIFFGetFieldDefaulted(tif, TIFFTAG_ORIENTATION, &orientation);
+  img.req_orientation = orientation;
   uint32_t band = std::min<uint32_t>(64, L.height);
   if (!ctx.sizeAllowed(L.width, band)) band = 1;
   int code = TSL_OK;

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <memory>
 
+#include "../exif.h"
 #include "../format.h"
 
 namespace tessel {
@@ -55,6 +56,7 @@ int webpInfo(const Source &src, int page, TslFileInfo *info) {
   info->has_alpha = f.has_alpha;
   info->pages = 1;
   info->compression = f.format == 2 ? TSL_COMP_WEBP_LOSSLESS : TSL_COMP_WEBP_LOSSY;
+  info->orientation = webpExifOrientation(src.data, src.size);
   if (!f.has_animation) return TSL_OK;
 
   WebPData data{src.data, src.size};
