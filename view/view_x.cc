@@ -110,6 +110,7 @@ struct ViewRecord {
   bool placing_bars = false;  // scroll bars being managed or unmanaged
   int busy = 0;               // loads running inside this view's event pumping
   bool close_pending = false; // a close asked for while busy
+  int in_module = 0;          // commands of other modules running (their dialogs pump events)
 };
 
 std::vector<ViewRecord *> g_views;
@@ -750,7 +751,7 @@ bool ConfirmLeave(ViewRecord *v) {
 }
 
 void CloseView(ViewRecord *v) {
-  if (v->busy) {
+  if (v->busy || v->in_module) {
     v->close_pending = true;
     return;
   }
@@ -1272,7 +1273,7 @@ void DoCommandBody(ViewRecord *v, const char *word);
 // question) is carried out afterwards.
 void DoCommand(ViewRecord *v, const char *word) {
   DoCommandBody(v, word);
-  if (v && Alive(v) && v->close_pending && !v->busy) {
+  if (v && Alive(v) && v->close_pending && !v->busy && !v->in_module) {
     v->close_pending = false;
     CloseView(v);
   }
@@ -1300,9 +1301,13 @@ void DoCommandBody(ViewRecord *v, const char *word) {
   {
     Widget view = v ? v->shell : nullptr;
     Widget owner = v ? v->shell : (App().main_window ? App().main_window : App().shell);
-    if (RunFileCommand(view, owner, word) || RunOperationCommand(view, owner, word) ||
-        RunInfoCommand(view, owner, word))
-      return;
+    // Their dialogs run event loops: a close of this view asked for meanwhile
+    // waits until the command is over, so the view stays valid under it.
+    if (v) ++v->in_module;
+    const bool done = RunFileCommand(view, owner, word) || RunOperationCommand(view, owner, word) ||
+                      RunInfoCommand(view, owner, word);
+    if (v && Alive(v)) --v->in_module;
+    if (done) return;
   }
   if (index < 0) return;
   if (!v) return;  // the start window runs only what needs no picture

@@ -402,6 +402,25 @@ TEST_F(SelectorTest, OwnerGoingAwayEndsTheSelector) {
   Pump();
 }
 
+// Closing the view while its "Save File..." selector is up: the close waits
+// for the command to end, then the view goes and nothing is written.
+TEST_F(SelectorTest, ViewClosedDuringItsSaveDialogClosesAfterIt) {
+  Open("QUILLA_TEST_DISPLAY");
+  const std::string path = Picture("keep.png");
+  Widget view = OpenViewOnFile(App().shell, path.c_str(), 0);
+  ASSERT_NE(view, nullptr);
+  Pump();
+  steps_ = {[&](Widget) { RunViewCommand(view, "close"); },
+            [&](Widget shell) {
+              EXPECT_EQ(ViewCount(), 1) << "the view stays while its command runs";
+              XtCallCallbacks(XtNameToWidget(shell, "*buttonCancel"), XmNactivateCallback, nullptr);
+            }};
+  RunViewCommand(view, "saveFiles");
+  Pump();
+  EXPECT_EQ(ViewCount(), 0);
+  EXPECT_EQ(selectors_, 1);
+}
+
 TEST_F(SelectorTest, SavingOntoADirectoryEntersItWithoutAsking) {
   Open("QUILLA_TEST_DISPLAY");
   ::mkdir(dir_.file("inner").c_str(), 0755);
