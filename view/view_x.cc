@@ -36,6 +36,7 @@
 #include "core/settings.h"
 #include "files/load_model.h"
 #include "files/load_x.h"
+#include "imgproc/geometry.h"
 #include "imgproc/operations.h"
 #include "view/render_x.h"
 #include "view/view_hooks_x.h"
@@ -111,6 +112,7 @@ struct ViewRecord {
   int busy = 0;               // loads running inside this view's event pumping
   bool close_pending = false; // a close asked for while busy
   int in_module = 0;          // commands of other modules running (their dialogs pump events)
+  int orientation = 0;        // the file's EXIF orientation, applied to what is shown
 };
 
 std::vector<ViewRecord *> g_views;
@@ -333,6 +335,19 @@ void ScheduleFrame(ViewRecord *v);
 
 // A reduced first decode pays when the codec can scale while decoding
 // (JPEG) and the picture opens at less than half its size.
+// A picture stored turned (EXIF orientations 2..8) is shown upright; the
+// file keeps its pixels until the picture is saved.
+void Upright(TslPicture *pic, int orientation) {
+  if (orientation < 2 || orientation > 8 || !pic->pixels) return;
+  TslPicture turned{};
+  if (OrientPicture(pic, &turned, orientation) != kOpDone) return;  // shown as stored
+  tslFree(pic);
+  *pic = turned;
+}
+
+// Orientations 5..8 exchange the stored width and height.
+bool Transposed(int orientation) { return orientation >= 5 && orientation <= 8; }
+
 bool WantPreview(const ViewRecord *v, const TslFileInfo &info, FitResult *fit) {
   const char *name = tslFormatGetName(info.format);
   if (!name || std::strcmp(name, "jpeg") != 0 || App().own_colormap) return false;
@@ -366,13 +381,17 @@ bool FinishFullLoad(ViewRecord *v) {
   if (code != 0) {
     tslFree(&full);
     // Show something again: a second reduced decode.
-    req.params.target_width = v->view_w;
-    req.params.target_height = v->view_h;
+    req.params.target_width = Transposed(v->orientation) ? v->view_h : v->view_w;
+    req.params.target_height = Transposed(v->orientation) ? v->view_w : v->view_h;
     if (tslLoad(v->path.c_str(), &v->pic, &req.params) != 0) tslFree(&v->pic);
+    Upright(&v->pic, v->orientation);
     Refresh(v);
     ShowLoadError(v->shell, v->path.c_str(), code, nullptr);
     return false;
   }
+  SetBusy(v->shell, true);
+  Upright(&full, v->orientation);
+  SetBusy(v->shell, false);
   v->pic = full;
   v->preview = false;
   v->zoom = v->preview_zoom;
@@ -391,6 +410,8 @@ void FullLoadTick(XtPointer client, XtIntervalId *) {
 int LoadInto(ViewRecord *v, const char *path, int page, bool report) {
   TslFileInfo info{};
   const bool have_info = tslFileInformation(path, -1, page, &info) == 0;
+  const int orientation = have_info ? info.orientation : 0;
+  if (Transposed(orientation)) std::swap(info.width, info.height);  // the upright size
   TslPicture pic{};
   double preview_zoom = 0;
   FitResult f;
@@ -398,8 +419,8 @@ int LoadInto(ViewRecord *v, const char *path, int page, bool report) {
     preview_zoom = f.zoom;
     LoadRequest req;
     FillLoadRequest(Settings(), info.format, page, App().verbose, &req);
-    req.params.target_width = f.view_w;
-    req.params.target_height = f.view_h;
+    req.params.target_width = Transposed(orientation) ? f.view_h : f.view_w;
+    req.params.target_height = Transposed(orientation) ? f.view_w : f.view_h;
     if (tslLoad(path, &pic, &req.params) != 0) {
       tslFree(&pic);
       preview_zoom = 0;
@@ -415,6 +436,8 @@ int LoadInto(ViewRecord *v, const char *path, int page, bool report) {
     if (have_info) tslFileInformationFree(&info);
     return code;
   }
+  Upright(&pic, orientation);
+  v->orientation = orientation;
   if (v->full_timer) XtRemoveTimeOut(v->full_timer);
   v->full_timer = 0;
   v->preview = preview_zoom > 0;

@@ -234,6 +234,42 @@ TEST_F(ViewTest, MaskOfAPictureWithAlpha) {
   EXPECT_FALSE(State(other).show_mask);
 }
 
+// A picture stored turned (EXIF orientation 6: turn right to view) opens
+// upright; the file itself is not changed and the view is not modified.
+TEST_F(ViewTest, ExifOrientationIsShownUpright) {
+  Open("QUILLA_TEST_DISPLAY");
+  if (std::system("command -v exiftool >/dev/null 2>&1") != 0) GTEST_SKIP() << "exiftool missing";
+  // 60x20: the left third red, the rest blue.
+  TslPicture p{};
+  ASSERT_TRUE(tslAllock(&p, TSL_RGB, 0, 60, 20));
+  for (uint32_t y = 0; y < 20; ++y)
+    for (uint32_t x = 0; x < 60; ++x) {
+      uint8_t *px = p.pixels + y * p.bytes_per_line + x * 3;
+      px[0] = x < 20 ? 255 : 0;
+      px[2] = x < 20 ? 0 : 255;
+    }
+  TslParams params;
+  tslDefaultParams(&params);
+  params.format = tslFormatGetIndex("png");
+  const std::string path = dir_.file("turned.png");
+  ASSERT_EQ(tslSave(path.c_str(), &p, &params), 0);
+  tslFree(&p);
+  ASSERT_EQ(std::system(("exiftool -q -overwrite_original -n -Orientation=6 '" + path + "'").c_str()), 0);
+  Widget shell = OpenViewOnFile(App().shell, path.c_str(), 0);
+  ASSERT_NE(shell, nullptr);
+  Pump();
+  ViewState s = State(shell);
+  EXPECT_EQ(s.width, 20u);
+  EXPECT_EQ(s.height, 60u);
+  EXPECT_FALSE(s.modified);
+  const TslPicture *shown = ViewCurrentPicture(shell);
+  ASSERT_NE(shown, nullptr);
+  const uint8_t *top = shown->pixels + 5 * shown->bytes_per_line + 10 * 3;  // the stored left edge
+  const uint8_t *bottom = shown->pixels + 55 * shown->bytes_per_line + 10 * 3;
+  EXPECT_EQ(top[0], 255);
+  EXPECT_EQ(bottom[2], 255);
+}
+
 TEST_F(ViewTest, WindowPixelsAreThePicturePixelsAtOneToOne) {
   Open("QUILLA_TEST_DISPLAY");
   if (CurrentVisual().info.cls != kTrueColor) GTEST_SKIP() << "needs a TrueColor visual";
