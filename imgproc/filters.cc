@@ -14,6 +14,8 @@
 #include <cstring>
 #include <vector>
 
+#include "imgproc/convert_rows.h"
+
 namespace quilla {
 
 namespace {
@@ -48,6 +50,27 @@ struct Divider {
   int sdiv(int x) const { return x >= 0 ? static_cast<int>(div(static_cast<uint32_t>(x))) : -static_cast<int>(div(static_cast<uint32_t>(-x))); }
 };
 
+// The record the result is built in: a copy of the source, so that what
+// lies outside the rectangle stays as it was; when the rectangle covers every
+// pixel byte the filter writes them all, and only the palette and attributes
+// are copied (the copy would cost as much memory traffic as the filter).
+bool newResult(const TslPicture *src, const OpRect &r, TslPicture *result) {
+  std::memset(result, 0, sizeof *result);
+  const bool whole = r.x == 0 && r.y == 0 && static_cast<uint32_t>(r.width) == src->width &&
+                     static_cast<uint32_t>(r.height) == src->height &&
+                     src->bytes_per_line == static_cast<size_t>(src->width) * src->bytes_per_pixel;
+  if (!whole) {
+    if (tslCopyPicture(result, src) != TSL_OK) return false;
+  } else {
+    if (!tslAllock(result, src->color_model, src->alloc_param, src->width, src->height)) return false;
+    if (src->palette && result->palette) std::memcpy(result->palette, src->palette, 768);
+    rows::CopyAttributes(src, result);
+    result->colors = src->colors;
+  }
+  result->transparent_index = -1;
+  return true;
+}
+
 // What a row function receives: the n padded rows (rows[k] is picture row
 // y - n/2 + k), the output bytes, the byte offset of the rectangle's first
 // pixel in a padded row (x * bpp, which is where its leftmost neighbour lies),
@@ -70,9 +93,7 @@ int runFilter(TslPicture *src, TslPicture *dst, const OpRect *rect, int n, size_
   OpRect r;
   if (!ClipRect(src, rect, &r)) return kOpEmptyRect;
   TslPicture result;
-  std::memset(&result, 0, sizeof result);
-  if (tslCopyPicture(&result, src) != TSL_OK) return kOpNoMemory;
-  result.transparent_index = -1;
+  if (!newResult(src, r, &result)) return kOpNoMemory;
 
   const size_t bpp = src->bytes_per_pixel;
   const int half = n / 2;
@@ -297,12 +318,19 @@ void accumulateSigned(int32_t *__restrict acc, const uint8_t *__restrict p, int3
   for (size_t i = 0; i < n; ++i) acc[i] += w * p[i];
 }
 
-void gauss3Loop(const uint8_t *__restrict a, const uint8_t *__restrict m, const uint8_t *__restrict c,
-                uint8_t *__restrict out, size_t n, size_t b, const uint32_t *w) {
-  const uint32_t w0 = w[0], w1 = w[1], w2 = w[2], w3 = w[3], w4 = w[4], w5 = w[5], w6 = w[6], w7 = w[7], w8 = w[8];
+// 3x3 gaussian: its weights are symmetric (one for the four corners, one
+// for the four edges, one for the centre), so the nine products become three
+// on 16-bit sums of the corners and of the edges; the sum is the same.  The
+// sums of the top and bottom rows are formed once per row in `col`.
+__attribute__((target_clones("avx2", "default"))) void gauss3Loop(
+    const uint8_t *__restrict a, const uint8_t *__restrict m, const uint8_t *__restrict c, uint16_t *__restrict col,
+    uint8_t *__restrict out, size_t n, size_t b, uint32_t corner, uint32_t edge, uint32_t centre) {
+  const size_t span = n + 2 * b;
+  for (size_t i = 0; i < span; ++i) col[i] = static_cast<uint16_t>(a[i] + c[i]);
   for (size_t i = 0; i < n; ++i) {
-    const uint32_t s = w0 * a[i] + w1 * a[i + b] + w2 * a[i + 2 * b] + w3 * m[i] + w4 * m[i + b] + w5 * m[i + 2 * b] +
-                       w6 * c[i] + w7 * c[i + b] + w8 * c[i + 2 * b];
+    const uint32_t k = static_cast<uint32_t>(col[i] + col[i + 2 * b]);
+    const uint32_t e = static_cast<uint32_t>(col[i + b] + m[i] + m[i + 2 * b]);
+    const uint32_t s = corner * k + edge * e + centre * m[i + b];
     out[i] = static_cast<uint8_t>(std::min<uint32_t>(s >> 11, 255));
   }
 }
@@ -384,11 +412,12 @@ int GaussianBlur(TslPicture *src, TslPicture *dst, const OpRect *rect, int n) {
   if (badSize(n)) return kOpEmptyRect;
   int32_t w[kMaxFilterSize * kMaxFilterSize];
   GaussianWeights(n, w);
-  if (n == 3) {
-    uint32_t w3[9];
-    for (int k = 0; k < 9; ++k) w3[k] = static_cast<uint32_t>(w[k]);
-    return runFilter(src, dst, rect, 3, 0, [&](const RowJob &j) {
-      gauss3Loop(j.rows[0] + j.off, j.rows[1] + j.off, j.rows[2] + j.off, j.out, j.nbytes, j.bpp, w3);
+  if (n == 3 && w[0] == w[2] && w[0] == w[6] && w[0] == w[8] && w[1] == w[3] && w[1] == w[5] && w[1] == w[7]) {
+    const uint32_t corner = static_cast<uint32_t>(w[0]), edge = static_cast<uint32_t>(w[1]),
+                   centre = static_cast<uint32_t>(w[4]);
+    return runFilter(src, dst, rect, 3, 2, [&](const RowJob &j) {
+      gauss3Loop(j.rows[0] + j.off, j.rows[1] + j.off, j.rows[2] + j.off, reinterpret_cast<uint16_t *>(j.scratch),
+                 j.out, j.nbytes, j.bpp, corner, edge, centre);
     });
   }
   return runFilter(src, dst, rect, n, 4, [&](const RowJob &j) {
