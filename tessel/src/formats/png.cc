@@ -357,9 +357,13 @@ inline uint8_t paethPredictor(int a, int b, int c) {
 // out[0] = filter type, out[1..n] = residuals, with the filter whose
 // residuals have the smallest sum of magnitudes (ties: the lower type).
 // `work` holds 4 * n bytes.  bpp: bytes per complete pixel.
-__attribute__((optimize("O3"))) void filterAdaptive(const uint8_t *cur, const uint8_t *up, size_t n, size_t bpp,
-                                                   uint8_t *work, uint8_t *out) {
-  uint8_t *sub = work, *upf = work + n, *avg = work + 2 * n, *pae = work + 3 * n;
+__attribute__((target_clones("avx2", "default"))) void filterAdaptive(const uint8_t *__restrict cur,
+                                                                     const uint8_t *__restrict up, size_t n,
+                                                                     size_t bpp, uint8_t *work, uint8_t *out) {
+  uint8_t *__restrict sub = work;
+  uint8_t *__restrict upf = work + n;
+  uint8_t *__restrict avg = work + 2 * n;
+  uint8_t *__restrict pae = work + 3 * n;
   unsigned long s_none = 0, s_sub = 0, s_up = 0, s_avg = 0, s_pae = 0;
   const size_t head = std::min(bpp, n);
   for (size_t x = 0; x < head; ++x) {  // no pixel to the left: a = c = 0
