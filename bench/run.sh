@@ -54,8 +54,10 @@ for p in "${PICTURES[@]}"; do djpeg -outfile "$WORK/$p.ppm" "$WORK/$p.jpg"; done
 printf '3 3\n0 -1 0\n-1 5 -1\n0 -1 0\n' >"$WORK/sharpen.mat"
 KERNEL="0,-1,0,-1,5,-1,0,-1,0"
 
-# run_once CMD: wall time of one run in seconds, or "fail".
+# run_once CMD: wall time of one run in seconds, or "fail".  The outputs of
+# earlier runs are removed first: every command writes a new file.
 run_once() {
+  rm -f "$OUT"/*
   local t0=$EPOCHREALTIME
   if ! eval "$1" >/dev/null 2>&1; then printf 'fail'; return; fi
   local t1=$EPOCHREALTIME
@@ -126,6 +128,8 @@ for p in "${PICTURES[@]}"; do
     "convert $JPG $OUT/e.png"
   if [[ $ROWS == *" png "* ]] && [[ $USE_PEERS == *" vips "* ]] && have vips; then
     # The size to beat: libvips with every PNG filter tried on each row.
+    $T -out png -o "$OUT/a.png" "$JPG"
+    vips copy "$JPG" "$OUT/c.png"
     vips copy "$JPG" "$OUT/f.png[filter=all]"
     s_ours=$(wc -c <"$OUT/a.png") s_vips=$(wc -c <"$OUT/c.png") s_all=$(wc -c <"$OUT/f.png")
     printf '%-30s %8s %8s %8s (bytes; ours / filter=all %.3f)\n' "  PNG size: ours, vips, vips[filter=all]" \
