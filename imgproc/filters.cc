@@ -86,21 +86,32 @@ struct RowJob {
 
 // Allocation, bands, row rotation and hand-over shared by all the filters.
 // scratch_per_row is in units of padded-row bytes.
+//
+// Without a destination the result goes straight into the source's rows: a
+// row is overwritten only after every output row that reads it has fetched
+// its copy, except across bands, so the rows each band reads from its
+// neighbours' ranges (its halo) are copied before any band starts.  The
+// bytes are those of building the result in a copy, without a second
+// picture's memory.
 template <class Fn>
 int runFilter(TslPicture *src, TslPicture *dst, const OpRect *rect, int n, size_t scratch_bytes_per_padded_byte,
               Fn fn) {
   if (src->color_model == TSL_BINARY) return kOpNotBilevel;
   OpRect r;
   if (!ClipRect(src, rect, &r)) return kOpEmptyRect;
+  const bool in_place = dst == nullptr;
   TslPicture result;
-  if (!newResult(src, r, &result)) return kOpNoMemory;
+  std::memset(&result, 0, sizeof result);
+  if (!in_place && !newResult(src, r, &result)) return kOpNoMemory;
+  TslPicture *target = in_place ? src : &result;
 
   const size_t bpp = src->bytes_per_pixel;
-  const int half = n / 2;
+  const int half = n / 2, above = half, below = n - 1 - half;
   // Rounded to 64 bytes so that every buffer (and the scratch typed as wider
   // integers) starts aligned.
   const size_t row_bytes = ((static_cast<size_t>(src->width) + 2 * static_cast<size_t>(half)) * bpp + 64 + 63) & ~size_t(63);
-  const size_t per_band = row_bytes * (static_cast<size_t>(n) + scratch_bytes_per_padded_byte);
+  const size_t halo_rows = in_place ? static_cast<size_t>(n - 1) : 0;
+  const size_t per_band = row_bytes * (static_cast<size_t>(n) + scratch_bytes_per_padded_byte + halo_rows);
   const int bands = ParallelBandCount(r.height, static_cast<size_t>(r.width) * bpp * static_cast<size_t>(n));
   auto *memory = static_cast<uint8_t *>(std::malloc(per_band * static_cast<size_t>(bands)));
   if (!memory) {
@@ -109,15 +120,37 @@ int runFilter(TslPicture *src, TslPicture *dst, const OpRect *rect, int n, size_
   }
   const size_t off = static_cast<size_t>(r.x) * bpp;
   const size_t nbytes = static_cast<size_t>(r.width) * bpp;
+  auto band_rows = [&](int b, int *y0, int *y1) {
+    *y0 = r.y + static_cast<int>(static_cast<int64_t>(r.height) * b / bands);
+    *y1 = r.y + static_cast<int>(static_cast<int64_t>(r.height) * (b + 1) / bands);
+  };
+  // Halo of band b: rows y0 - above .. y0 - 1, then y1 .. y1 + below - 1.
+  auto halo = [&](int b, int k) {
+    return memory + per_band * static_cast<size_t>(b) +
+           row_bytes * (static_cast<size_t>(n) + scratch_bytes_per_padded_byte + static_cast<size_t>(k));
+  };
+  if (in_place) {
+    for (int b = 0; b < bands; ++b) {
+      int y0, y1;
+      band_rows(b, &y0, &y1);
+      for (int k = 0; k < above; ++k) FetchBorderRow(halo(b, k), src, y0 - above + k, n);
+      for (int k = 0; k < below; ++k) FetchBorderRow(halo(b, above + k), src, y1 + k, n);
+    }
+  }
   ParallelFor(bands, [&](int b) {
-    const int y0 = r.y + static_cast<int>(static_cast<int64_t>(r.height) * b / bands);
-    const int y1 = r.y + static_cast<int>(static_cast<int64_t>(r.height) * (b + 1) / bands);
+    int y0, y1;
+    band_rows(b, &y0, &y1);
+    auto fetch = [&](uint8_t *slot, int row) {
+      if (in_place && row < y0) std::memcpy(slot, halo(b, row - (y0 - above)), row_bytes);
+      else if (in_place && row >= y1) std::memcpy(slot, halo(b, above + (row - y1)), row_bytes);
+      else FetchBorderRow(slot, src, row, n);
+    };
     uint8_t *base = memory + per_band * static_cast<size_t>(b);
     const uint8_t *rows[kMaxFilterSize];
     uint8_t *slots[kMaxFilterSize];
     for (int k = 0; k < n; ++k) {
       slots[k] = base + row_bytes * static_cast<size_t>(k);
-      FetchBorderRow(slots[k], src, y0 - half + k, n);
+      fetch(slots[k], y0 - half + k);
     }
     uint8_t *scratch = base + row_bytes * static_cast<size_t>(n);
     for (int y = y0; y < y1; ++y) {
@@ -125,14 +158,15 @@ int runFilter(TslPicture *src, TslPicture *dst, const OpRect *rect, int n, size_
         uint8_t *oldest = slots[0];
         for (int k = 0; k + 1 < n; ++k) slots[k] = slots[k + 1];
         slots[n - 1] = oldest;
-        FetchBorderRow(oldest, src, y - half + n - 1, n);
+        fetch(oldest, y - half + n - 1);
       }
       for (int k = 0; k < n; ++k) rows[k] = slots[k];
-      fn(RowJob{rows, RowOf(&result, static_cast<uint32_t>(y)) + off, off, nbytes, bpp, scratch});
+      fn(RowJob{rows, RowOf(target, static_cast<uint32_t>(y)) + off, off, nbytes, bpp, scratch});
     }
   });
   std::free(memory);
-  HandOver(src, dst, &result);
+  if (in_place) src->transparent_index = -1;
+  else HandOver(src, dst, &result);
   return kOpDone;
 }
 
