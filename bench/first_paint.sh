@@ -420,8 +420,8 @@ read -r w_display k_display <<<"$(watched_time "$(basename "$BIG")" display -geo
 read -r w_feh k_feh <<<"$(watched_time "$(basename "$BIG")" feh --scale-down --geometry +0+0 "$BIG")"
 # The two commands of the first-paint target: feh in a 1600x1000 window and
 # xloadimage at 40% (both fit a 4000x3000 picture to a 1920x1080 screen).
-read -r w_fehg k_fehg <<<"$(watched_time "$(basename "$BIG")" feh -g 1600x1000+0+0 "$BIG")"
-read -r w_xli k_xli <<<"$(watched_time "$(basename "$BIG")" xloadimage -geometry +0+0 -zoom 40 "$BIG")"
+read -r w_fehg k_fehg <<<"$(watched_time "$(basename "$BIG")" feh -g 1600x1000 "$BIG")"
+read -r w_xli k_xli <<<"$(watched_time "$(basename "$BIG")" xloadimage -zoom 40 "$BIG")"
 
 echo
 echo "first paint of the $SIZE JPEG, seconds from start, best of $RUNS runs"
