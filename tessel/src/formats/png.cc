@@ -15,17 +15,15 @@
 // filter: there Huffman codes alone are both the fastest and the smallest
 // coding, while drawings and smooth synthetic pictures need LZ77.  A sample
 // of each band compressed both ways picks one for the band; LZ77 runs at
-// the requested zlib level (at most 7).  The bands do not depend on the number of
-// threads, so neither does the file.
+// the requested zlib level (at most 7).  The bands do not depend on the
+// number of threads, so neither does the file.
 #include <png.h>
 #include <zlib.h>
 
 #include <algorithm>
-#include <atomic>
 #include <condition_variable>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 #include <mutex>
 #include <new>
 #include <thread>
@@ -434,7 +432,7 @@ struct Band {
   std::vector<uint8_t> data;
   uLong adler = 1;
   uint64_t length = 0;        // filtered bytes (the Adler-32 length)
-  bool claimed = false, done = false, failed = false;
+  bool done = false, failed = false;
 };
 
 // Filters and deflates one band.
@@ -537,7 +535,6 @@ int writeImageData(const WriteJob &job) {
   auto work_one = [&](std::unique_lock<std::mutex> &lock) -> bool {
     if (stop || next >= bands.size() || next >= written + window) return false;
     Band &band = bands[next++];
-    band.claimed = true;
     const bool last = &band == &bands.back();
     lock.unlock();
     bool ok;
