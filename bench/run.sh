@@ -14,6 +14,8 @@
 #   BENCH_PEERS="djpeg vips" bench/run.sh only these peers (gm and convert are slow)
 #   BENCH_SIZE=400x300 bench/run.sh   a quick trial on small pictures
 #   BENCH_SCENE=1 bench/run.sh        the smooth mksamples scene as a second picture
+#   BENCH_BEFORE=build-old bench/run.sh   also times the tesconv of another build
+#                                     in the same rounds (a "before" column)
 #
 # Row keys: decode thumb png median gauss kernel bright resize rot90 rot17.
 set -uo pipefail
@@ -26,6 +28,8 @@ ROWS=" ${BENCH_ROWS:-decode thumb png median gauss kernel bright resize rot90 ro
 PEERS=(djpeg vips gm convert)
 USE_PEERS=" ${BENCH_PEERS:-${PEERS[*]}} "
 TESCONV="$BUILD/tools/tesconv/tesconv"
+BEFORE=""
+[ -n "${BENCH_BEFORE:-}" ] && BEFORE="${BENCH_BEFORE}/tools/tesconv/tesconv"
 MKSAMPLES="$BUILD/tools/mksamples/mksamples"
 if [ ! -x "$TESCONV" ]; then
   echo "bench: $TESCONV not found; build first (cmake --build $BUILD)" >&2
@@ -69,8 +73,16 @@ median() { # values... ("fail" wins)
   printf '%s\n' "$@" | sort -g | awk '{ v[NR] = $1 } END { printf "%.3f", NR % 2 ? v[(NR + 1) / 2] : (v[NR / 2] + v[NR / 2 + 1]) / 2 }'
 }
 
-printf '%-30s %8s %8s %8s %8s %8s %10s\n' "operation" "ours (s)" "djpeg" "vips" "gm" "convert" "ours/best"
-printf '%-30s %8s %8s %8s %8s %8s %10s\n' "---------" "--------" "-----" "----" "--" "-------" "---------"
+# Columns: ours, [before,] the peers, ours/best[, before/best].
+header() {
+  if [ -n "$BEFORE" ]; then
+    printf '%-30s %8s %8s %8s %8s %8s %8s %10s %12s\n' "$@"
+  else
+    printf '%-30s %8s %8s %8s %8s %8s %10s\n' "${@:1:2}" "${@:4:5}"
+  fi
+}
+header "operation" "ours (s)" "before" "djpeg" "vips" "gm" "convert" "ours/best" "before/best"
+header "---------" "--------" "------" "-----" "----" "--" "-------" "---------" "-----------"
 
 # row KEY NAME OURS DJPEG VIPS GM CONVERT (command strings; "" = no such peer)
 row() {
@@ -78,7 +90,10 @@ row() {
   shift 2
   [[ $ROWS == *" $key "* ]] || return 0
   local cmds=("$@") k r
-  for ((k = 1; k < ${#cmds[@]}; ++k)); do
+  # The other build's command, timed in the same rounds, goes last.
+  [ -n "$BEFORE" ] && cmds+=("${cmds[0]/$TESCONV/$BEFORE}")
+  local peers=$(($# - 1))
+  for ((k = 1; k <= peers; ++k)); do
     local tool=${PEERS[$((k - 1))]}
     if [ -z "${cmds[$k]}" ] || [[ $USE_PEERS != *" $tool "* ]] || ! have "${cmds[$k]%% *}"; then cmds[$k]=""; fi
   done
@@ -93,15 +108,19 @@ row() {
     if [ -z "${cmds[$k]}" ]; then med+=("-"); continue; fi
     # shellcheck disable=SC2086
     med+=("$(median ${times[$k]})")
-    if ((k > 0)) && [ "${med[$k]}" != fail ] && { [ -z "$best" ] || [ "$(echo "${med[$k]} < $best" | bc -l)" = 1 ]; }; then
+    if ((k > 0 && k <= peers)) && [ "${med[$k]}" != fail ] && { [ -z "$best" ] || [ "$(echo "${med[$k]} < $best" | bc -l)" = 1 ]; }; then
       best=${med[$k]}
     fi
   done
-  local ratio="-"
-  if [ -n "$best" ] && [ "${med[0]}" != fail ] && [ "$(echo "$best > 0" | bc -l)" = 1 ]; then
-    ratio=$(printf '%.2f' "$(echo "${med[0]} / $best" | bc -l)")
-  fi
-  printf '%-30s %8s %8s %8s %8s %8s %10s\n' "$name" "${med[@]}" "$ratio"
+  over_best() { # median: its ratio to the best peer's median, or "-"
+    if [ -n "$best" ] && [ "$1" != fail ] && [ "$(echo "$best > 0" | bc -l)" = 1 ]; then
+      printf '%.2f' "$(echo "$1 / $best" | bc -l)"
+    else
+      printf -- '-'
+    fi
+  }
+  header "$name" "${med[0]}" "${med[$((peers + 1))]:-}" "${med[@]:1:peers}" "$(over_best "${med[0]}")" \
+    "$(over_best "${med[$((peers + 1))]:-fail}")"
 }
 
 T="$TESCONV -j 1"
