@@ -3,6 +3,8 @@
 // with its own decoding, damaged and absurd files.
 #include <gtest/gtest.h>
 
+#include <thread>
+
 #include "legacy_test_helpers.h"
 
 using namespace testutil;
@@ -204,8 +206,8 @@ TEST(Png, WrittenStreamsPassIndependentDecoders) {
 }
 
 // A photograph-like picture (noise on gradients) written at the default
-// level is smaller than its stored form by the margin filtering gives, and
-// stays the same file from one save to the next.
+// level is smaller than its stored form by the margin filtering gives,
+// stays the same file from one save to the next, and reports its progress.
 TEST(Png, FilteredPhotoCompressesAndIsReproducible) {
   TempDir dir;
   Pic src(MakePicture(TSL_RGB, 1500, 1400, 3));
@@ -215,6 +217,27 @@ TEST(Png, FilteredPhotoCompressesAndIsReproducible) {
   const std::string a = ReadFile(dir.file("a.png")), b = ReadFile(dir.file("b.png"));
   EXPECT_EQ(a, b);
   EXPECT_LT(a.size() * 2, ReadFile(dir.file("s.png")).size());
+  // The bands are compressed on worker threads, but progress is reported
+  // from the calling thread only, rising to 100 (the callback may run the
+  // X event loop, which no other thread may touch).
+  struct Calls {
+    std::vector<int> seen;
+    std::thread::id caller;
+    bool other_thread = false;
+  } calls{{}, std::this_thread::get_id()};
+  TslParams params = Params("png", 6);
+  params.progress_data = &calls;
+  params.progress = [](int what, int value, void *data) {
+    auto *c = static_cast<Calls *>(data);
+    if (std::this_thread::get_id() != c->caller) c->other_thread = true;
+    if (what == 0) c->seen.push_back(value);
+    return 0;
+  };
+  ASSERT_EQ(Save(dir.file("p.png"), src, params), TSL_OK);
+  EXPECT_FALSE(calls.other_thread);
+  ASSERT_GT(calls.seen.size(), 2u);
+  EXPECT_EQ(calls.seen.back(), 100);
+  for (size_t i = 1; i < calls.seen.size(); ++i) EXPECT_GT(calls.seen[i], calls.seen[i - 1]);
 }
 
 TEST(Png, DamagedAbsurdLimitedAndStopped) {
