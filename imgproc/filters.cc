@@ -14,6 +14,8 @@
 #include <cstring>
 #include <vector>
 
+#include "imgproc/convert_rows.h"
+
 namespace quilla {
 
 namespace {
@@ -48,6 +50,27 @@ struct Divider {
   int sdiv(int x) const { return x >= 0 ? static_cast<int>(div(static_cast<uint32_t>(x))) : -static_cast<int>(div(static_cast<uint32_t>(-x))); }
 };
 
+// The record the result is built in: a copy of the source, so that what
+// lies outside the rectangle stays as it was; when the rectangle covers every
+// pixel byte the filter writes them all, and only the palette and attributes
+// are copied (the copy would cost as much memory traffic as the filter).
+bool newResult(const TslPicture *src, const OpRect &r, TslPicture *result) {
+  std::memset(result, 0, sizeof *result);
+  const bool whole = r.x == 0 && r.y == 0 && static_cast<uint32_t>(r.width) == src->width &&
+                     static_cast<uint32_t>(r.height) == src->height &&
+                     src->bytes_per_line == static_cast<size_t>(src->width) * src->bytes_per_pixel;
+  if (!whole) {
+    if (tslCopyPicture(result, src) != TSL_OK) return false;
+  } else {
+    if (!tslAllock(result, src->color_model, src->alloc_param, src->width, src->height)) return false;
+    if (src->palette && result->palette) std::memcpy(result->palette, src->palette, 768);
+    rows::CopyAttributes(src, result);
+    result->colors = src->colors;
+  }
+  result->transparent_index = -1;
+  return true;
+}
+
 // What a row function receives: the n padded rows (rows[k] is picture row
 // y - n/2 + k), the output bytes, the byte offset of the rectangle's first
 // pixel in a padded row (x * bpp, which is where its leftmost neighbour lies),
@@ -63,23 +86,32 @@ struct RowJob {
 
 // Allocation, bands, row rotation and hand-over shared by all the filters.
 // scratch_per_row is in units of padded-row bytes.
+//
+// Without a destination the result goes straight into the source's rows: a
+// row is overwritten only after every output row that reads it has fetched
+// its copy, except across bands, so the rows each band reads from its
+// neighbours' ranges (its halo) are copied before any band starts.  The
+// bytes are those of building the result in a copy, without a second
+// picture's memory.
 template <class Fn>
 int runFilter(TslPicture *src, TslPicture *dst, const OpRect *rect, int n, size_t scratch_bytes_per_padded_byte,
               Fn fn) {
   if (src->color_model == TSL_BINARY) return kOpNotBilevel;
   OpRect r;
   if (!ClipRect(src, rect, &r)) return kOpEmptyRect;
+  const bool in_place = dst == nullptr;
   TslPicture result;
   std::memset(&result, 0, sizeof result);
-  if (tslCopyPicture(&result, src) != TSL_OK) return kOpNoMemory;
-  result.transparent_index = -1;
+  if (!in_place && !newResult(src, r, &result)) return kOpNoMemory;
+  TslPicture *target = in_place ? src : &result;
 
   const size_t bpp = src->bytes_per_pixel;
-  const int half = n / 2;
+  const int half = n / 2, above = half, below = n - 1 - half;
   // Rounded to 64 bytes so that every buffer (and the scratch typed as wider
   // integers) starts aligned.
   const size_t row_bytes = ((static_cast<size_t>(src->width) + 2 * static_cast<size_t>(half)) * bpp + 64 + 63) & ~size_t(63);
-  const size_t per_band = row_bytes * (static_cast<size_t>(n) + scratch_bytes_per_padded_byte);
+  const size_t halo_rows = in_place ? static_cast<size_t>(n - 1) : 0;
+  const size_t per_band = row_bytes * (static_cast<size_t>(n) + scratch_bytes_per_padded_byte + halo_rows);
   const int bands = ParallelBandCount(r.height, static_cast<size_t>(r.width) * bpp * static_cast<size_t>(n));
   auto *memory = static_cast<uint8_t *>(std::malloc(per_band * static_cast<size_t>(bands)));
   if (!memory) {
@@ -88,15 +120,37 @@ int runFilter(TslPicture *src, TslPicture *dst, const OpRect *rect, int n, size_
   }
   const size_t off = static_cast<size_t>(r.x) * bpp;
   const size_t nbytes = static_cast<size_t>(r.width) * bpp;
+  auto band_rows = [&](int b, int *y0, int *y1) {
+    *y0 = r.y + static_cast<int>(static_cast<int64_t>(r.height) * b / bands);
+    *y1 = r.y + static_cast<int>(static_cast<int64_t>(r.height) * (b + 1) / bands);
+  };
+  // Halo of band b: rows y0 - above .. y0 - 1, then y1 .. y1 + below - 1.
+  auto halo = [&](int b, int k) {
+    return memory + per_band * static_cast<size_t>(b) +
+           row_bytes * (static_cast<size_t>(n) + scratch_bytes_per_padded_byte + static_cast<size_t>(k));
+  };
+  if (in_place) {
+    for (int b = 0; b < bands; ++b) {
+      int y0, y1;
+      band_rows(b, &y0, &y1);
+      for (int k = 0; k < above; ++k) FetchBorderRow(halo(b, k), src, y0 - above + k, n);
+      for (int k = 0; k < below; ++k) FetchBorderRow(halo(b, above + k), src, y1 + k, n);
+    }
+  }
   ParallelFor(bands, [&](int b) {
-    const int y0 = r.y + static_cast<int>(static_cast<int64_t>(r.height) * b / bands);
-    const int y1 = r.y + static_cast<int>(static_cast<int64_t>(r.height) * (b + 1) / bands);
+    int y0, y1;
+    band_rows(b, &y0, &y1);
+    auto fetch = [&](uint8_t *slot, int row) {
+      if (in_place && row < y0) std::memcpy(slot, halo(b, row - (y0 - above)), row_bytes);
+      else if (in_place && row >= y1) std::memcpy(slot, halo(b, above + (row - y1)), row_bytes);
+      else FetchBorderRow(slot, src, row, n);
+    };
     uint8_t *base = memory + per_band * static_cast<size_t>(b);
     const uint8_t *rows[kMaxFilterSize];
     uint8_t *slots[kMaxFilterSize];
     for (int k = 0; k < n; ++k) {
       slots[k] = base + row_bytes * static_cast<size_t>(k);
-      FetchBorderRow(slots[k], src, y0 - half + k, n);
+      fetch(slots[k], y0 - half + k);
     }
     uint8_t *scratch = base + row_bytes * static_cast<size_t>(n);
     for (int y = y0; y < y1; ++y) {
@@ -104,14 +158,15 @@ int runFilter(TslPicture *src, TslPicture *dst, const OpRect *rect, int n, size_
         uint8_t *oldest = slots[0];
         for (int k = 0; k + 1 < n; ++k) slots[k] = slots[k + 1];
         slots[n - 1] = oldest;
-        FetchBorderRow(oldest, src, y - half + n - 1, n);
+        fetch(oldest, y - half + n - 1);
       }
       for (int k = 0; k < n; ++k) rows[k] = slots[k];
-      fn(RowJob{rows, RowOf(&result, static_cast<uint32_t>(y)) + off, off, nbytes, bpp, scratch});
+      fn(RowJob{rows, RowOf(target, static_cast<uint32_t>(y)) + off, off, nbytes, bpp, scratch});
     }
   });
   std::free(memory);
-  HandOver(src, dst, &result);
+  if (in_place) src->transparent_index = -1;
+  else HandOver(src, dst, &result);
   return kOpDone;
 }
 
@@ -297,12 +352,19 @@ void accumulateSigned(int32_t *__restrict acc, const uint8_t *__restrict p, int3
   for (size_t i = 0; i < n; ++i) acc[i] += w * p[i];
 }
 
-void gauss3Loop(const uint8_t *__restrict a, const uint8_t *__restrict m, const uint8_t *__restrict c,
-                uint8_t *__restrict out, size_t n, size_t b, const uint32_t *w) {
-  const uint32_t w0 = w[0], w1 = w[1], w2 = w[2], w3 = w[3], w4 = w[4], w5 = w[5], w6 = w[6], w7 = w[7], w8 = w[8];
+// 3x3 gaussian: its weights are symmetric (one for the four corners, one
+// for the four edges, one for the centre), so the nine products become three
+// on 16-bit sums of the corners and of the edges; the sum is the same.  The
+// sums of the top and bottom rows are formed once per row in `col`.
+__attribute__((target_clones("avx2", "default"))) void gauss3Loop(
+    const uint8_t *__restrict a, const uint8_t *__restrict m, const uint8_t *__restrict c, uint16_t *__restrict col,
+    uint8_t *__restrict out, size_t n, size_t b, uint32_t corner, uint32_t edge, uint32_t centre) {
+  const size_t span = n + 2 * b;
+  for (size_t i = 0; i < span; ++i) col[i] = static_cast<uint16_t>(a[i] + c[i]);
   for (size_t i = 0; i < n; ++i) {
-    const uint32_t s = w0 * a[i] + w1 * a[i + b] + w2 * a[i + 2 * b] + w3 * m[i] + w4 * m[i + b] + w5 * m[i + 2 * b] +
-                       w6 * c[i] + w7 * c[i + b] + w8 * c[i + 2 * b];
+    const uint32_t k = static_cast<uint32_t>(col[i] + col[i + 2 * b]);
+    const uint32_t e = static_cast<uint32_t>(col[i + b] + m[i] + m[i + 2 * b]);
+    const uint32_t s = corner * k + edge * e + centre * m[i + b];
     out[i] = static_cast<uint8_t>(std::min<uint32_t>(s >> 11, 255));
   }
 }
@@ -384,11 +446,12 @@ int GaussianBlur(TslPicture *src, TslPicture *dst, const OpRect *rect, int n) {
   if (badSize(n)) return kOpEmptyRect;
   int32_t w[kMaxFilterSize * kMaxFilterSize];
   GaussianWeights(n, w);
-  if (n == 3) {
-    uint32_t w3[9];
-    for (int k = 0; k < 9; ++k) w3[k] = static_cast<uint32_t>(w[k]);
-    return runFilter(src, dst, rect, 3, 0, [&](const RowJob &j) {
-      gauss3Loop(j.rows[0] + j.off, j.rows[1] + j.off, j.rows[2] + j.off, j.out, j.nbytes, j.bpp, w3);
+  if (n == 3 && w[0] == w[2] && w[0] == w[6] && w[0] == w[8] && w[1] == w[3] && w[1] == w[5] && w[1] == w[7]) {
+    const uint32_t corner = static_cast<uint32_t>(w[0]), edge = static_cast<uint32_t>(w[1]),
+                   centre = static_cast<uint32_t>(w[4]);
+    return runFilter(src, dst, rect, 3, 2, [&](const RowJob &j) {
+      gauss3Loop(j.rows[0] + j.off, j.rows[1] + j.off, j.rows[2] + j.off, reinterpret_cast<uint16_t *>(j.scratch),
+                 j.out, j.nbytes, j.bpp, corner, edge, centre);
     });
   }
   return runFilter(src, dst, rect, n, 4, [&](const RowJob &j) {

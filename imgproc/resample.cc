@@ -109,15 +109,41 @@ bool buildWeights(int method, uint32_t src, uint32_t dst, Weights *out) {
   return true;
 }
 
+// Drops the taps that weigh 0 for every output on the same side (a 2:1
+// triangle has 5 positions in its span, the outer one always at weight 0):
+// the sums stay the same, with fewer products.
+void trimWeights(Weights *wt, uint32_t dst) {
+  const int taps = wt->taps;
+  int lead = taps, trail = taps;
+  for (uint32_t i = 0; i < dst; ++i) {
+    const int32_t *w = &wt->w[static_cast<size_t>(i) * taps];
+    int l = 0, t = 0;
+    while (l < taps && w[l] == 0) ++l;
+    while (t < taps - l && w[taps - 1 - t] == 0) ++t;
+    lead = std::min(lead, l);
+    trail = std::min(trail, t);
+  }
+  if (lead + trail == 0 || lead + trail >= taps) return;
+  const int kept = taps - lead - trail;
+  for (uint32_t i = 0; i < dst; ++i) {
+    wt->start[i] += lead;
+    std::memmove(&wt->w[static_cast<size_t>(i) * kept], &wt->w[static_cast<size_t>(i) * taps + static_cast<size_t>(lead)],
+                 static_cast<size_t>(kept) * sizeof(int32_t));
+  }
+  wt->taps = kept;
+  wt->w.resize(static_cast<size_t>(dst) * kept);
+}
+
 inline uint8_t clampRound(int32_t acc) {
   acc = (acc + (1 << (kWeightBits - 1))) >> kWeightBits;
   return static_cast<uint8_t>(acc < 0 ? 0 : acc > 255 ? 255 : acc);
 }
 
-// Horizontal pass of one row: `ch` bytes per pixel (1, 3 or 4).
-template <int CH>
+// Horizontal pass of one row: `ch` bytes per pixel (1, 3 or 4); TAPS > 0
+// fixes the number of taps at compile time (the common small ones).
+template <int CH, int TAPS = 0>
 void horizontalRow(const uint8_t *in, uint8_t *out, uint32_t dw, const Weights &wx) {
-  const int taps = wx.taps;
+  const int taps = TAPS > 0 ? TAPS : wx.taps;
   for (uint32_t x = 0; x < dw; ++x) {
     const uint8_t *s = in + static_cast<size_t>(wx.start[x]) * CH;
     const int32_t *w = &wx.w[static_cast<size_t>(x) * taps];
@@ -129,11 +155,22 @@ void horizontalRow(const uint8_t *in, uint8_t *out, uint32_t dw, const Weights &
   }
 }
 
+template <int CH>
+void horizontalRowTaps(const uint8_t *in, uint8_t *out, uint32_t dw, const Weights &wx) {
+  switch (wx.taps) {
+    case 2: horizontalRow<CH, 2>(in, out, dw, wx); break;
+    case 3: horizontalRow<CH, 3>(in, out, dw, wx); break;
+    case 4: horizontalRow<CH, 4>(in, out, dw, wx); break;
+    case 5: horizontalRow<CH, 5>(in, out, dw, wx); break;
+    default: horizontalRow<CH>(in, out, dw, wx); break;
+  }
+}
+
 void horizontalRowAny(const uint8_t *in, uint8_t *out, uint32_t dw, const Weights &wx, int ch) {
   switch (ch) {
-    case 1: horizontalRow<1>(in, out, dw, wx); break;
-    case 3: horizontalRow<3>(in, out, dw, wx); break;
-    default: horizontalRow<4>(in, out, dw, wx); break;
+    case 1: horizontalRowTaps<1>(in, out, dw, wx); break;
+    case 3: horizontalRowTaps<3>(in, out, dw, wx); break;
+    default: horizontalRowTaps<4>(in, out, dw, wx); break;
   }
 }
 
@@ -180,6 +217,8 @@ int resizeFiltered(const TslPicture *src, TslPicture *out, int method) {
   const int ch = src->bytes_per_pixel;
   Weights wx, wy;
   if (!buildWeights(method, sw, dw, &wx) || !buildWeights(method, sh, dh, &wy)) return kOpNoMemory;
+  trimWeights(&wx, dw);
+  trimWeights(&wy, dh);
   if (dh <= sh) {
     // Fewer output rows than source rows: each output row is first filtered
     // vertically from the source rows it covers (contiguous bytes, which

@@ -1,4 +1,6 @@
 // The picture allocator, copies, row access in RGB(A) and area-averaging reduction.
+#include <sys/mman.h>
+
 #include <algorithm>
 #include <atomic>
 #include <cstdlib>
@@ -17,6 +19,23 @@ uint64_t strideFor(int model, uint64_t width, int align) {
   uint64_t line = model == TSL_BINARY ? (width + 7) / 8 : width * bpp;
   if (align > 1) line = (line + static_cast<uint64_t>(align) - 1) / static_cast<uint64_t>(align) * static_cast<uint64_t>(align);
   return line;
+}
+
+// Asks for transparent huge pages under the 2 MB-aligned middle of a large
+// buffer.  Filling a fresh 36 MB picture otherwise takes some 9000 page
+// faults, as much time as decoding a quarter of it; with 2 MB pages the
+// kernel faults it in a few dozen steps.  A no-op where the kernel says no.
+void adviseHugePages(void *buffer, size_t size) {
+#ifdef MADV_HUGEPAGE
+  constexpr uintptr_t kHuge = uintptr_t(2) << 20;
+  if (size < 4 * kHuge) return;
+  const uintptr_t begin = (reinterpret_cast<uintptr_t>(buffer) + kHuge - 1) & ~(kHuge - 1);
+  const uintptr_t end = (reinterpret_cast<uintptr_t>(buffer) + size) & ~(kHuge - 1);
+  if (end > begin) madvise(reinterpret_cast<void *>(begin), end - begin, MADV_HUGEPAGE);
+#else
+  (void)buffer;
+  (void)size;
+#endif
 }
 
 }  // namespace
@@ -51,6 +70,7 @@ int tslAllock(TslPicture *p, int model, int alloc_param, uint32_t width, uint32_
   if (total / height != line || total > (uint64_t(1) << 40)) return 0;
   auto *pixels = static_cast<unsigned char *>(std::calloc(static_cast<size_t>(total), 1));
   if (!pixels) return 0;
+  adviseHugePages(pixels, static_cast<size_t>(total));
   unsigned char *palette = nullptr;
   if (model == TSL_INDEXED) {
     palette = static_cast<unsigned char *>(std::calloc(768, 1));

@@ -114,6 +114,44 @@ TEST(Resize, SameSizeIsIdenticalAndKindsOfResults) {
   }
 }
 
+// Halving with the linear filter weighs the four source pixels around each
+// output 1/8, 3/8, 3/8, 1/8 on each axis (the triangle stretched to twice
+// its width), rows first, each pass rounded half up.  Checked on the inner
+// pixels (at the edges the clipped weights are renormalised) of a noisy
+// picture with 1, 3 and 4 bytes per pixel, large enough to be split in
+// bands across threads.
+TEST(Resize, HalvingWeighsOneThreeThreeOne) {
+  for (int model : {TSL_GREY, TSL_RGB, TSL_RGBA}) {
+    for (Size s : {Size{40, 32}, Size{2000, 260}}) {
+      SCOPED_TRACE(testing::Message() << model << " " << s.w << "x" << s.h);
+      Pic src(MakePicture(model, s.w, s.h, 7));
+      std::mt19937 rng(3);
+      for (uint32_t y = 0; y < s.h; ++y)
+        for (uint32_t i = 0; i < src->bytes_per_line; ++i)  // opaque: no premultiplied colour
+          RowOf(&src, y)[i] = model == TSL_RGBA && i % 4 == 3 ? 255 : static_cast<uint8_t>(rng());
+      Pic half;
+      ASSERT_EQ(ResizePicture(&src, &half, s.w / 2, s.h / 2, kResampleLinear), 0);
+      const int bpp = src->bytes_per_pixel;
+      auto at = [&](uint32_t x, uint32_t y, int c) { return static_cast<int>(RowOf(&src, y)[x * bpp + c]); };
+      int mismatches = 0;
+      for (uint32_t y = 1; y + 1 < s.h / 2; ++y)
+        for (uint32_t x = 1; x + 1 < s.w / 2; ++x)
+          for (int c = 0; c < bpp; ++c) {
+            int v[4];
+            for (int k = 0; k < 4; ++k) {
+              const uint32_t sx = 2 * x - 1 + static_cast<uint32_t>(k);
+              v[k] = (at(sx, 2 * y - 1, c) + 3 * at(sx, 2 * y, c) + 3 * at(sx, 2 * y + 1, c) + at(sx, 2 * y + 2, c) + 4) / 8;
+            }
+            const int want = (v[0] + 3 * v[1] + 3 * v[2] + v[3] + 4) / 8;
+            if (RowOf(&half, y)[x * bpp + c] != want && mismatches++ < 5)
+              ADD_FAILURE() << "at " << x << "," << y << " channel " << c << ": " << int(RowOf(&half, y)[x * bpp + c])
+                            << " instead of " << want;
+          }
+      EXPECT_EQ(mismatches, 0);
+    }
+  }
+}
+
 TEST(Resize, FlatStaysFlatAndShrinkingAveragesTheArea) {
   // A one-pixel checkerboard shrunk to a third: every output pixel covers
   // nine inputs, so the result is an even grey, not an aliased pattern.
