@@ -8,8 +8,10 @@
 #include <Xm/ScrollBar.h>
 #include <Xm/ScrolledW.h>
 #include <Xm/XmP.h>
+#include <X11/keysym.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 #define Tree(w) (reinterpret_cast<MyTreeViewWidget>(w)->tree)
@@ -52,6 +54,7 @@ void ActMove(Widget w, XEvent *event, String *params, Cardinal *count);
 void ActLeft(Widget w, XEvent *event, String *, Cardinal *);
 void ActRight(Widget w, XEvent *event, String *, Cardinal *);
 void ActActivate(Widget w, XEvent *event, String *, Cardinal *);
+void ClipKeys(Widget, XtPointer closure, XEvent *event, Boolean *go_on);
 
 XtActionsRec actions[] = {
     {const_cast<char *>("TreeClick"), ActClick},       {const_cast<char *>("TreeMove"), ActMove},
@@ -282,6 +285,14 @@ void Redisplay(Widget w, XEvent *, Region region) {
 
 // ---- scrolling inside an XmScrolledWindow
 
+// The clip window when the tree is the work area of an automatic one.
+Widget ClipOf(Widget w) {
+  Widget clip = XtParent(w);
+  Widget sw = clip ? XtParent(clip) : nullptr;
+  return sw && XmIsScrolledWindow(sw) ? clip : nullptr;
+}
+
+
 // Moves a scroll bar the least so that [lo, hi) shows, its start first.
 void ScrollBarTo(Widget sb, int view, int lo, int hi) {
   if (!sb || !XtIsManaged(sb)) return;
@@ -300,13 +311,16 @@ void ScrollIntoView(Widget w, MyTreeViewItem *it) {
   if (!it || !CanDraw(w)) return;
   EnsureRows(w);
   if (it->row < 0) return;
-  Widget clip = XtParent(w);
-  Widget sw = clip ? XtParent(clip) : nullptr;
-  if (!sw || !XmIsScrolledWindow(sw)) return;
+  Widget clip = ClipOf(w);
+  if (!clip) return;
+  Widget sw = XtParent(clip);
   Widget vsb = nullptr, hsb = nullptr;
   XtVaGetValues(sw, XmNverticalScrollBar, &vsb, XmNhorizontalScrollBar, &hsb, nullptr);
-  const int y0 = RowY(w, it->row);
-  ScrollBarTo(vsb, clip->core.height, y0, y0 + Tree(w).row_height);
+  // The first and last rows bring the margins along.
+  const MyTreeViewPart &t = Tree(w);
+  const int y0 = it->row == 0 ? 0 : RowY(w, it->row);
+  const int y1 = it->row == t.row_count - 1 ? w->core.height : RowY(w, it->row) + t.row_height;
+  ScrollBarTo(vsb, clip->core.height, y0, y1);
   ScrollBarTo(hsb, clip->core.width, BoxX(w, it->depth), LabelX(w, it) + it->label_width);
 }
 
@@ -495,7 +509,7 @@ void Initialize(Widget, Widget w, ArgList, Cardinal *) {
   t.text_gc = t.select_gc = t.select_text_gc = t.line_gc = nullptr;
   t.last_click = 0;
   t.last_click_item = nullptr;
-  if (!t.font_list) t.font_list = XmeGetDefaultRenderTable(w, XmTEXT_FONTLIST);
+  if (!t.font_list) t.font_list = XmeGetDefaultRenderTable(w, XmLABEL_FONTLIST);
   t.font_list = XmFontListCopy(t.font_list);
   XmString probe = XmStringCreateLocalized(const_cast<char *>("Ay"));
   Dimension pw = 0, ph = 0;
@@ -504,6 +518,27 @@ void Initialize(Widget, Widget w, ArgList, Cardinal *) {
   t.row_height = static_cast<Dimension>(ph + 2);
   if (w->core.width == 0) w->core.width = 120;
   if (w->core.height == 0) w->core.height = 100;
+  t.key_clip = nullptr;
+}
+
+// An automatic XmScrolledWindow grabs the page and end keys on its clip
+// window to scroll it.  While the tree has the focus they move its selection
+// instead (which scrolls too): a handler ahead of the clip's own takes them.
+void ClipKeys(Widget, XtPointer closure, XEvent *event, Boolean *go_on) {
+  Widget w = static_cast<Widget>(closure);
+  if (event->type != KeyPress || XmGetFocusWidget(w) != w) return;
+  const char *how = nullptr;
+  switch (XLookupKeysym(&event->xkey, 0)) {
+    case XK_Prior: case XK_KP_Prior: how = "pageup"; break;
+    case XK_Next: case XK_KP_Next: how = "pagedown"; break;
+    case XK_Home: case XK_KP_Home: how = "home"; break;
+    case XK_End: case XK_KP_End: how = "end"; break;
+    default: return;
+  }
+  String params[1] = {const_cast<char *>(how)};
+  Cardinal count = 1;
+  ActMove(w, event, params, &count);
+  *go_on = False;
 }
 
 // A GC whose font XmStringDraw may change.
@@ -527,11 +562,15 @@ void Realize(Widget w, XtValueMask *mask, XSetWindowAttributes *attrs) {
   v.line_style = LineOnOffDash;
   v.dashes = 1;
   t.line_gc = XtGetGC(w, GCForeground | GCLineStyle | GCDashList, &v);
+  // The scrolled window makes its clip window the parent after creation.
+  t.key_clip = ClipOf(w);
+  if (t.key_clip) XtInsertEventHandler(t.key_clip, KeyPressMask, False, ClipKeys, w, XtListHead);
   if (!t.suspended) Refit(w);
 }
 
 void Destroy(Widget w) {
   MyTreeViewPart &t = Tree(w);
+  if (t.key_clip) XtRemoveEventHandler(t.key_clip, KeyPressMask, False, ClipKeys, w);
   if (t.root) FreeSubtree(t.root);
   t.root = t.selected = nullptr;
   XtFree(reinterpret_cast<char *>(t.rows));
@@ -637,9 +676,9 @@ const char *const kOpenFolder[16] = {
 };
 const char *const kNoAccessFolder[16] = {
     "................", "................", ".ooooo..........", "ogggggoooooooo..",
-    "oGGGGGGGGGGGGGo.", "oGGGGGGGGGGGGGod", "oGGGGGGGGGGGGGod", "oGGGGGGrrGGGGrrd",
-    "oGGGGGGGrrGGrrGd", "oGGGGGGGGrrrrGGd", "oGGGGGGGGGrrGGGd", "oGGGGGGGGrrrrGGd",
-    "oGGGGGGGrrGGrrGd", "ooooooorrooooorr", ".dddddddddddddd.", "................",
+    "oGGGGGGGGGGGGGo.", "oGGGGGGGGGGGGGod", "oGGGGGGGGGGGGGod", "oGGGGGrrGGGGrrGd",
+    "oGGGGGGrrGGrrGGd", "oGGGGGGGrrrrGGGd", "oGGGGGGGGrrGGGGd", "oGGGGGGGrrrrGGGd",
+    "oGGGGGGrrGGrrGGd", "oooooorroooorrod", ".dddddddddddddd.", "................",
 };
 
 struct PaletteEntry {
