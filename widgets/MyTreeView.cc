@@ -136,6 +136,12 @@ bool IsBelow(const MyTreeViewItem *item, const MyTreeViewItem *ancestor) {
   return false;
 }
 
+bool InTree(const MyTreeViewItem *first, const MyTreeViewItem *item) {
+  for (const MyTreeViewItem *c = first; c; c = c->next)
+    if (c == item || InTree(c->first_child, item)) return true;
+  return false;
+}
+
 // ---- rows
 
 void AddRow(MyTreeViewPart &t, MyTreeViewItem *it) {
@@ -473,13 +479,17 @@ void Select(Widget w, MyTreeViewItem *it, XEvent *event) {
     }
     return;
   }
-  // Collapsed ancestors open from the top down, so the item shows.
-  for (;;) {
+  // Collapsed ancestors open from the top down, so the item shows.  An
+  // expand callback that reloads the children deletes the item itself:
+  // then nothing is selected.
+  for (int steps = it->depth; steps > 0; --steps) {
     MyTreeViewItem *closed = nullptr;
     for (MyTreeViewItem *a = it->parent; a; a = a->parent)
       if (!a->expanded && a->expandable) closed = a;
     if (!closed) break;
+    const unsigned long deletions = t.deletions;
     Expand(w, closed, nullptr, true);
+    if (t.deletions != deletions && !InTree(t.root, it)) return;
   }
   if (!it->selected) {
     MyTreeViewItem *old = t.selected;
@@ -519,6 +529,7 @@ void Initialize(Widget, Widget w, ArgList, Cardinal *) {
   if (w->core.width == 0) w->core.width = 120;
   if (w->core.height == 0) w->core.height = 100;
   t.key_clip = nullptr;
+  t.deletions = 0;
 }
 
 // An automatic XmScrolledWindow grabs the page and end keys on its clip
@@ -797,6 +808,7 @@ void MyTreeViewDeleteAllChild(Widget w, MyTreeViewItem *item) {
   if (!CheckClass(w, "MyTreeViewDeleteAllChild") || !item) return;
   MyTreeViewPart &t = Tree(w);
   if (t.selected && IsBelow(t.selected, item)) MoveSelection(t, item);
+  if (item->first_child) ++t.deletions;
   FreeChildren(item);
   Relayout(w);
 }
@@ -811,6 +823,7 @@ void MyTreeViewDeleteItem(Widget w, MyTreeViewItem *item) {
   if (item->next) item->next->prev = item->prev;
   if (parent) --parent->child_count;
   if (item == t.root) t.root = nullptr;
+  ++t.deletions;
   FreeSubtree(item);
   Relayout(w);
 }
@@ -820,6 +833,7 @@ void MyTreeViewDeleteAllItems(Widget w) {
   MyTreeViewPart &t = Tree(w);
   if (t.root) FreeSubtree(t.root);
   t.root = nullptr;
+  ++t.deletions;
   MoveSelection(t, nullptr);
   Relayout(w);
 }

@@ -50,6 +50,7 @@ typedef struct {
   GC text_gc, select_gc, select_text_gc, line_gc;
   Time last_click;
   MyTreeViewItem *last_click_item;
+  unsigned long deletions; /* counts removals, to notice them in callbacks */
   Widget key_clip; /* the scrolled window's clip, whose page keys we take */
 } MyTreeViewPart;
 
