@@ -81,6 +81,9 @@ void Initialize(Widget req, Widget w, ArgList, Cardinal *);
 void Destroy(Widget w);
 void Redisplay(Widget w, XEvent *event, Region region);
 void Realize(Widget w, XtValueMask *mask, XSetWindowAttributes *attrs);
+Boolean SetValues(Widget old, Widget req, Widget w, ArgList, Cardinal *);
+void Highlight(Widget w);
+void Unhighlight(Widget w);
 
 }  // namespace
 
@@ -95,12 +98,12 @@ MyTreeViewClassRec myTreeViewClassRec = {
         resources, XtNumber(resources), NULLQUARK,             // resources
         True, XtExposeCompressMaximal, True, False,            // compress motion/exposure/enterleave, visible
         Destroy, nullptr, Redisplay,                           // destroy, resize, expose
-        nullptr, nullptr, nullptr,                             // set_values, hook, almost
+        SetValues, nullptr, nullptr,                           // set_values, hook, almost
         nullptr, nullptr, XtVersion, nullptr,                  // get_values_hook, accept_focus, version, callbacks
         defaultTranslations, nullptr, nullptr, nullptr,        // tm_table, query_geometry, accelerator, extension
     },
     {
-        XmInheritBorderHighlight, XmInheritBorderUnhighlight, nullptr, nullptr, nullptr, 0, nullptr,
+        Highlight, Unhighlight, nullptr, nullptr, nullptr, 0, nullptr,
     },
     {0},
 };
@@ -260,6 +263,9 @@ void DrawRow(Widget w, MyTreeViewItem *it) {
       XFillRectangle(d, win, t.select_gc, lx, y0 + 1, it->label_width, static_cast<unsigned>(rh > 2 ? rh - 2 : 1));
       gc = t.select_text_gc;
     }
+    // The keyboard focus shows as a dotted frame around the selection.
+    if (it->selected && reinterpret_cast<MyTreeViewWidget>(w)->primitive.highlighted)
+      XDrawRectangle(d, win, t.line_gc, lx - 1, y0, it->label_width + 1, static_cast<unsigned>(rh > 1 ? rh - 1 : 1));
     XmStringDraw(d, win, t.font_list, it->label, gc, static_cast<Position>(lx + 2),
                  static_cast<Position>(y0 + (rh - static_cast<int>(it->label_height)) / 2),
                  static_cast<Dimension>(it->label_width), XmALIGNMENT_BEGINNING, XmSTRING_DIRECTION_L_TO_R, nullptr);
@@ -288,6 +294,17 @@ void Redisplay(Widget w, XEvent *, Region region) {
   }
   for (int i = first; i <= last; ++i) DrawRow(w, t.rows[i]);
 }
+
+// Focus in and out: the selected row is drawn with or without its frame
+// (the widget may be far larger than what shows of it, so no border).
+void SetHighlight(Widget w, bool on) {
+  MyTreeViewWidget tw = reinterpret_cast<MyTreeViewWidget>(w);
+  tw->primitive.highlighted = on ? True : False;
+  tw->primitive.highlight_drawn = on ? True : False;
+  RedrawItem(w, Tree(w).selected);
+}
+void Highlight(Widget w) { SetHighlight(w, true); }
+void Unhighlight(Widget w) { SetHighlight(w, false); }
 
 // ---- scrolling inside an XmScrolledWindow
 
@@ -590,6 +607,32 @@ void Destroy(Widget w) {
   if (t.select_text_gc) XtReleaseGC(w, t.select_text_gc);
   if (t.select_gc) XtReleaseGC(w, t.select_gc);
   if (t.line_gc) XtReleaseGC(w, t.line_gc);
+}
+
+// A new font measures every label again; a new indentation moves the rows.
+void Relabel(Widget w, MyTreeViewItem *first) {
+  for (MyTreeViewItem *it = first; it; it = it->next) {
+    Dimension lw = 0, lh = 0;
+    XmStringExtent(Tree(w).font_list, it->label, &lw, &lh);
+    it->label_width = static_cast<Dimension>(lw + 4);
+    it->label_height = lh;
+    UpdateRowHeight(Tree(w), it);
+    Relabel(w, it->first_child);
+  }
+}
+
+Boolean SetValues(Widget old, Widget, Widget w, ArgList, Cardinal *) {
+  MyTreeViewPart &was = Tree(old), &t = Tree(w);
+  bool relayout = t.indentation != was.indentation;
+  if (t.font_list != was.font_list) {
+    if (!t.font_list) t.font_list = XmeGetDefaultRenderTable(w, XmLABEL_FONTLIST);
+    t.font_list = XmFontListCopy(t.font_list);
+    XmFontListFree(was.font_list);
+    Relabel(w, t.root);
+    relayout = true;
+  }
+  if (relayout) Relayout(w);
+  return False;
 }
 
 // ---- actions
