@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <initializer_list>
 
 #define Tree(w) (reinterpret_cast<MyTreeViewWidget>(w)->tree)
 
@@ -24,6 +25,8 @@ const char kPixmapWarning[] = "TreeViewSetItemPixmap: pixmap and expand_pixmap h
 
 char defaultTranslations[] =
     "<Btn1Down>: TreeClick()\n"
+    "<Btn4Down>: TreeWheel(up)\n"
+    "<Btn5Down>: TreeWheel(down)\n"
     "<Key>osfUp: TreeMove(up)\n"
     "<Key>osfDown: TreeMove(down)\n"
     "<Key>osfPageUp: TreeMove(pageup)\n"
@@ -55,11 +58,12 @@ void ActLeft(Widget w, XEvent *event, String *, Cardinal *);
 void ActRight(Widget w, XEvent *event, String *, Cardinal *);
 void ActActivate(Widget w, XEvent *event, String *, Cardinal *);
 void ClipKeys(Widget, XtPointer closure, XEvent *event, Boolean *go_on);
+void ActWheel(Widget w, XEvent *event, String *params, Cardinal *count);
 
 XtActionsRec actions[] = {
     {const_cast<char *>("TreeClick"), ActClick},       {const_cast<char *>("TreeMove"), ActMove},
     {const_cast<char *>("TreeLeft"), ActLeft},         {const_cast<char *>("TreeRight"), ActRight},
-    {const_cast<char *>("TreeActivate"), ActActivate},
+    {const_cast<char *>("TreeActivate"), ActActivate}, {const_cast<char *>("TreeWheel"), ActWheel},
 };
 
 XtResource resources[] = {
@@ -81,6 +85,7 @@ void Initialize(Widget req, Widget w, ArgList, Cardinal *);
 void Destroy(Widget w);
 void Redisplay(Widget w, XEvent *event, Region region);
 void Realize(Widget w, XtValueMask *mask, XSetWindowAttributes *attrs);
+void Resize(Widget w);
 Boolean SetValues(Widget old, Widget req, Widget w, ArgList, Cardinal *);
 void Highlight(Widget w);
 void Unhighlight(Widget w);
@@ -97,7 +102,7 @@ MyTreeViewClassRec myTreeViewClassRec = {
         Realize, actions, XtNumber(actions),                   // realize, actions, num_actions
         resources, XtNumber(resources), NULLQUARK,             // resources
         True, XtExposeCompressMaximal, True, False,            // compress motion/exposure/enterleave, visible
-        Destroy, nullptr, Redisplay,                           // destroy, resize, expose
+        Destroy, Resize, Redisplay,                            // destroy, resize, expose
         SetValues, nullptr, nullptr,                           // set_values, hook, almost
         nullptr, nullptr, XtVersion, nullptr,                  // get_values_hook, accept_focus, version, callbacks
         defaultTranslations, nullptr, nullptr, nullptr,        // tm_table, query_geometry, accelerator, extension
@@ -122,7 +127,8 @@ bool CheckClass(Widget w, const char *function) {
 
 bool HavePixmap(Pixmap p) { return p != XmUNSPECIFIED_PIXMAP && p != 0; }
 
-// ---- geometry of a row
+// ---- geometry of a row, in the coordinates of the whole tree (drawing
+// subtracts the scrolled offsets `left` and `top`)
 
 int TopMargin(Widget w) { return reinterpret_cast<MyTreeViewWidget>(w)->primitive.highlight_thickness; }
 int BoxX(Widget w, int depth) { return TopMargin(w) + 2 + depth * Tree(w).indentation; }
@@ -185,13 +191,41 @@ bool CanDraw(Widget w) {
   return XtIsRealized(w) && !t.suspended && t.busy == 0;
 }
 
-// Collects the rows and asks the parent for the size they need.
+int ContentWidth(Widget w) { return Tree(w).content_width + TopMargin(w) + 2; }
+int ContentHeight(Widget w) { return Tree(w).row_count * Tree(w).row_height + 2 * TopMargin(w); }
+
+// With scroll bars of its own: their ranges follow the rows and the
+// window; the offsets stay inside.  The horizontal bar shows when needed.
+void UpdateScrollBars(Widget w) {
+  MyTreeViewPart &t = Tree(w);
+  const int view_h = w->core.height, view_w = w->core.width;
+  const int content_h = ContentHeight(w), content_w = ContentWidth(w);
+  if (t.top > content_h - view_h) t.top = content_h - view_h;
+  if (t.top < 0) t.top = 0;
+  if (t.left > content_w - view_w) t.left = content_w - view_w;
+  if (t.left < 0) t.left = 0;
+  const int rh = t.row_height > 0 ? t.row_height : 1;
+  const int max_h = content_h > view_h ? content_h : view_h;
+  XtVaSetValues(t.vsb, XmNminimum, 0, XmNmaximum, max_h, XmNsliderSize, view_h > 0 ? view_h : 1, XmNvalue, t.top,
+                XmNincrement, rh, XmNpageIncrement, view_h > rh ? view_h - rh : 1, nullptr);
+  const int max_w = content_w > view_w ? content_w : view_w;
+  XtVaSetValues(t.hsb, XmNminimum, 0, XmNmaximum, max_w, XmNsliderSize, view_w > 0 ? view_w : 1, XmNvalue, t.left,
+                XmNincrement, 8, XmNpageIncrement, view_w > 16 ? view_w - 16 : 1, nullptr);
+  if (content_w > view_w && !XtIsManaged(t.hsb)) XtManageChild(t.hsb);
+  else if (content_w <= view_w && XtIsManaged(t.hsb)) XtUnmanageChild(t.hsb);
+}
+
+// Collects the rows; then either sets the scroll bars or asks the parent
+// for the size the rows need (an automatic scrolled window scrolls it).
 void Refit(Widget w) {
   CollectRows(w);
   MyTreeViewPart &t = Tree(w);
-  const int margin = TopMargin(w);
-  int width = t.content_width + margin + 2;
-  int height = t.row_count * t.row_height + 2 * margin;
+  if (t.vsb) {
+    UpdateScrollBars(w);
+    return;
+  }
+  int width = ContentWidth(w);
+  int height = ContentHeight(w);
   if (width < 1) width = 1;
   if (height < 1) height = 1;
   if (width == w->core.width && height == w->core.height) return;
@@ -221,24 +255,25 @@ void DrawRow(Widget w, MyTreeViewItem *it) {
   Display *d = XtDisplay(w);
   Window win = XtWindow(w);
   const int rh = t.row_height;
-  const int y0 = RowY(w, it->row);
+  const int y0 = RowY(w, it->row) - t.top;
   const int cy = y0 + rh / 2;
-  const int bx = BoxX(w, it->depth);
-  const int px = PictureX(w, it);
+  const int bx = BoxX(w, it->depth) - t.left;
+  const int px = PictureX(w, it) - t.left;
 
   // Connecting lines: the item's own branch from its parent's column, the
   // columns of ancestors that continue below, the stem to its children.
   if (it->parent) {
-    const int col = BoxX(w, it->depth - 1) + kBoxSize / 2;
+    const int col = BoxX(w, it->depth - 1) - t.left + kBoxSize / 2;
     XDrawLine(d, win, t.line_gc, col, y0, col, it->next ? y0 + rh - 1 : cy);
     XDrawLine(d, win, t.line_gc, col, cy, px - 2, cy);
     for (const MyTreeViewItem *a = it->parent; a->parent; a = a->parent)
       if (a->next) {
-        const int acol = BoxX(w, a->depth - 1) + kBoxSize / 2;
+        const int acol = BoxX(w, a->depth - 1) - t.left + kBoxSize / 2;
         XDrawLine(d, win, t.line_gc, acol, y0, acol, y0 + rh - 1);
       }
   }
-  if (it->expanded && it->first_child) XDrawLine(d, win, t.line_gc, bx + kBoxSize / 2, cy, bx + kBoxSize / 2, y0 + rh - 1);
+  if (it->expanded && it->first_child)
+    XDrawLine(d, win, t.line_gc, bx + kBoxSize / 2, cy, bx + kBoxSize / 2, y0 + rh - 1);
   if (ShowsBox(it)) {
     const int by = cy - kBoxSize / 2;
     XClearArea(d, win, bx, by, kBoxSize, kBoxSize, False);
@@ -257,7 +292,7 @@ void DrawRow(Widget w, MyTreeViewItem *it) {
   }
 
   if (it->label && t.font_list) {
-    const int lx = LabelX(w, it);
+    const int lx = LabelX(w, it) - t.left;
     GC gc = t.text_gc;
     if (it->selected) {
       XFillRectangle(d, win, t.select_gc, lx, y0 + 1, it->label_width, static_cast<unsigned>(rh > 2 ? rh - 2 : 1));
@@ -274,7 +309,8 @@ void DrawRow(Widget w, MyTreeViewItem *it) {
 
 void RedrawItem(Widget w, MyTreeViewItem *it) {
   if (!it || !CanDraw(w) || !Tree(w).layout_valid || it->row < 0) return;
-  XClearArea(XtDisplay(w), XtWindow(w), 0, RowY(w, it->row), w->core.width, Tree(w).row_height, False);
+  XClearArea(XtDisplay(w), XtWindow(w), 0, RowY(w, it->row) - Tree(w).top, w->core.width, Tree(w).row_height,
+             False);
   DrawRow(w, it);
 }
 
@@ -287,8 +323,8 @@ void Redisplay(Widget w, XEvent *, Region region) {
   if (region) {
     XRectangle r;
     XClipBox(region, &r);
-    first = (r.y - TopMargin(w)) / t.row_height;
-    last = (r.y + r.height - TopMargin(w)) / t.row_height;
+    first = (r.y + t.top - TopMargin(w)) / t.row_height;
+    last = (r.y + r.height + t.top - TopMargin(w)) / t.row_height;
     if (first < 0) first = 0;
     if (last > t.row_count - 1) last = t.row_count - 1;
   }
@@ -330,21 +366,57 @@ void ScrollBarTo(Widget sb, int view, int lo, int hi) {
   if (target != value) XmScrollBarSetValues(sb, target, slider, inc, page, True);
 }
 
+// The scroll bars that move the tree and the size of the part that shows:
+// its own, or those of the automatic scrolled window around it.
+bool ScrollBars(Widget w, Widget *vsb, Widget *hsb, int *view_w, int *view_h) {
+  MyTreeViewPart &t = Tree(w);
+  if (t.vsb) {
+    *vsb = t.vsb;
+    *hsb = t.hsb;
+    *view_w = w->core.width;
+    *view_h = w->core.height;
+    return true;
+  }
+  Widget clip = ClipOf(w);
+  if (!clip) return false;
+  *vsb = *hsb = nullptr;
+  XtVaGetValues(XtParent(clip), XmNverticalScrollBar, vsb, XmNhorizontalScrollBar, hsb, nullptr);
+  *view_w = clip->core.width;
+  *view_h = clip->core.height;
+  return true;
+}
+
 void ScrollIntoView(Widget w, MyTreeViewItem *it) {
   if (!it || !CanDraw(w)) return;
   EnsureRows(w);
   if (it->row < 0) return;
-  Widget clip = ClipOf(w);
-  if (!clip) return;
-  Widget sw = XtParent(clip);
-  Widget vsb = nullptr, hsb = nullptr;
-  XtVaGetValues(sw, XmNverticalScrollBar, &vsb, XmNhorizontalScrollBar, &hsb, nullptr);
+  Widget vsb, hsb;
+  int view_w, view_h;
+  if (!ScrollBars(w, &vsb, &hsb, &view_w, &view_h)) return;
   // The first and last rows bring the margins along.
   const MyTreeViewPart &t = Tree(w);
   const int y0 = it->row == 0 ? 0 : RowY(w, it->row);
-  const int y1 = it->row == t.row_count - 1 ? w->core.height : RowY(w, it->row) + t.row_height;
-  ScrollBarTo(vsb, clip->core.height, y0, y1);
-  ScrollBarTo(hsb, clip->core.width, BoxX(w, it->depth), LabelX(w, it) + it->label_width);
+  const int y1 = it->row == t.row_count - 1 ? ContentHeight(w) : RowY(w, it->row) + t.row_height;
+  ScrollBarTo(vsb, view_h, y0, y1);
+  ScrollBarTo(hsb, view_w, BoxX(w, it->depth), LabelX(w, it) + it->label_width);
+}
+
+// Own scroll bars moved: the window shows the rows from the new offsets.
+void Scrolled(Widget sb, XtPointer closure, XtPointer data) {
+  Widget w = static_cast<Widget>(closure);
+  MyTreeViewPart &t = Tree(w);
+  const int value = static_cast<XmScrollBarCallbackStruct *>(data)->value;
+  int &offset = sb == t.vsb ? t.top : t.left;
+  if (offset == value) return;
+  offset = value;
+  if (XtIsRealized(w)) XClearArea(XtDisplay(w), XtWindow(w), 0, 0, 0, 0, True);
+}
+
+void Resize(Widget w) {
+  if (Tree(w).vsb && CanDraw(w)) {
+    EnsureRows(w);
+    UpdateScrollBars(w);
+  }
 }
 
 // ---- item records
@@ -372,11 +444,31 @@ void SetLabel(Widget w, MyTreeViewItem *it, const char *text) {
   UpdateRowHeight(t, it);
 }
 
+// The size of a picture from the server, remembered for the few pictures a
+// tree uses over and over, so that adding many items costs no round trips.
 bool PixmapSize(Widget w, Pixmap p, unsigned *width, unsigned *height, unsigned *depth) {
+  MyTreeViewPart &t = Tree(w);
+  const int slots = static_cast<int>(XtNumber(t.pixmap_sizes));
+  for (int i = 0; i < slots; ++i) {
+    const MyTreeViewPixmapSize &c = t.pixmap_sizes[i];
+    if (c.pixmap == p && p != 0) {
+      *width = c.width;
+      *height = c.height;
+      *depth = c.depth;
+      return true;
+    }
+  }
   Window root;
   int x, y;
   unsigned border;
-  return XGetGeometry(XtDisplay(w), p, &root, &x, &y, width, height, &border, depth) != 0;
+  if (!XGetGeometry(XtDisplay(w), p, &root, &x, &y, width, height, &border, depth)) return false;
+  MyTreeViewPixmapSize &slot = t.pixmap_sizes[t.next_pixmap_size];
+  t.next_pixmap_size = (t.next_pixmap_size + 1) % slots;
+  slot.pixmap = p;
+  slot.width = *width;
+  slot.height = *height;
+  slot.depth = *depth;
+  return true;
 }
 
 void SetPixmaps(Widget w, MyTreeViewItem *it, Pixmap pixmap, Pixmap expand_pixmap) {
@@ -546,7 +638,11 @@ void Initialize(Widget, Widget w, ArgList, Cardinal *) {
   if (w->core.width == 0) w->core.width = 120;
   if (w->core.height == 0) w->core.height = 100;
   t.key_clip = nullptr;
+  t.vsb = t.hsb = nullptr;
+  t.top = t.left = 0;
   t.deletions = 0;
+  std::memset(t.pixmap_sizes, 0, sizeof t.pixmap_sizes);
+  t.next_pixmap_size = 0;
 }
 
 // An automatic XmScrolledWindow grabs the page and end keys on its clip
@@ -640,6 +736,7 @@ Boolean SetValues(Widget old, Widget, Widget w, ArgList, Cardinal *) {
 MyTreeViewItem *ItemAtY(Widget w, int y) {
   MyTreeViewPart &t = Tree(w);
   EnsureRows(w);
+  y += t.top;
   if (t.row_height == 0 || y < TopMargin(w)) return nullptr;
   const int row = (y - TopMargin(w)) / t.row_height;
   return row < t.row_count ? t.rows[row] : nullptr;
@@ -657,7 +754,7 @@ void ActClick(Widget w, XEvent *event, String *, Cardinal *) {
   MyTreeViewPart &t = Tree(w);
   MyTreeViewItem *it = ItemAtY(w, event->xbutton.y);
   if (!it) return;
-  const int bx = BoxX(w, it->depth);
+  const int bx = BoxX(w, it->depth) - t.left;
   if (ShowsBox(it) && event->xbutton.x >= bx - 2 && event->xbutton.x < bx + kBoxSize + 2) {
     Expand(w, it, event, !it->expanded);
     t.last_click_item = nullptr;
@@ -682,9 +779,10 @@ void ActMove(Widget w, XEvent *event, String *params, Cardinal *count) {
   if (t.row_count == 0 || !params || !count || *count < 1) return;
   const char *how = params[0];
   const int current = t.selected && t.selected->row >= 0 ? t.selected->row : -1;
-  int page = 1;
-  Widget clip = XtParent(w);
-  if (clip && t.row_height) page = clip->core.height / t.row_height - 1;
+  Widget vsb, hsb;
+  int view_w = 0, view_h = w->core.height;
+  ScrollBars(w, &vsb, &hsb, &view_w, &view_h);
+  int page = t.row_height ? view_h / t.row_height - 1 : 1;
   if (page < 1) page = 1;
   int row = current;
   if (!std::strcmp(how, "up")) row = current < 0 ? 0 : current - 1;
@@ -713,6 +811,21 @@ void ActRight(Widget w, XEvent *event, String *, Cardinal *) {
 }
 
 void ActActivate(Widget w, XEvent *event, String *, Cardinal *) { Activate(w, Tree(w).selected, event); }
+
+// The wheel scrolls three rows, the selection stays.
+void ActWheel(Widget w, XEvent *, String *params, Cardinal *count) {
+  Widget vsb, hsb;
+  int view_w, view_h;
+  if (!count || *count < 1 || !ScrollBars(w, &vsb, &hsb, &view_w, &view_h) || !vsb) return;
+  int value = 0, slider = 0, inc = 0, page = 0, minimum = 0, maximum = 0;
+  XmScrollBarGetValues(vsb, &value, &slider, &inc, &page);
+  XtVaGetValues(vsb, XmNminimum, &minimum, XmNmaximum, &maximum, nullptr);
+  const int step = 3 * Tree(w).row_height;
+  int target = value + (std::strcmp(params[0], "up") == 0 ? -step : step);
+  if (target > maximum - slider) target = maximum - slider;
+  if (target < minimum) target = minimum;
+  if (target != value) XmScrollBarSetValues(vsb, target, slider, inc, page, True);
+}
 
 // ---- folder pictures
 
@@ -771,6 +884,32 @@ extern "C" {
 
 Widget MyCreateTreeView(Widget parent, const char *name, ArgList args, Cardinal n) {
   return XtCreateWidget(name, myTreeViewWidgetClass, parent, args, n);
+}
+
+Widget MyCreateScrolledTreeView(Widget parent, const char *name, ArgList args, Cardinal n) {
+  char sw_name[256];
+  std::snprintf(sw_name, sizeof sw_name, "%sSW", name);
+  Widget sw = XtVaCreateManagedWidget(sw_name, xmScrolledWindowWidgetClass, parent, XmNscrollingPolicy,
+                                      XmAPPLICATION_DEFINED, XmNvisualPolicy, XmVARIABLE, nullptr);
+  Widget vsb = XtVaCreateManagedWidget("VertScrollBar", xmScrollBarWidgetClass, sw, XmNorientation, XmVERTICAL,
+                                       nullptr);
+  Widget hsb = XtVaCreateWidget("HorScrollBar", xmScrollBarWidgetClass, sw, XmNorientation, XmHORIZONTAL, nullptr);
+  Widget w = XtCreateWidget(name, myTreeViewWidgetClass, sw, args, n);
+  MyTreeViewPart &t = Tree(w);
+  t.vsb = vsb;
+  t.hsb = hsb;
+  for (Widget sb : {vsb, hsb}) {
+    XtAddCallback(sb, XmNvalueChangedCallback, Scrolled, w);
+    XtAddCallback(sb, XmNdragCallback, Scrolled, w);
+    XtAddCallback(sb, XmNincrementCallback, Scrolled, w);
+    XtAddCallback(sb, XmNdecrementCallback, Scrolled, w);
+    XtAddCallback(sb, XmNpageIncrementCallback, Scrolled, w);
+    XtAddCallback(sb, XmNpageDecrementCallback, Scrolled, w);
+    XtAddCallback(sb, XmNtoTopCallback, Scrolled, w);
+    XtAddCallback(sb, XmNtoBottomCallback, Scrolled, w);
+  }
+  XtVaSetValues(sw, XmNworkWindow, w, XmNverticalScrollBar, vsb, XmNhorizontalScrollBar, hsb, nullptr);
+  return w;
 }
 
 MyTreeViewItem *MyTreeViewAddItem(Widget w, MyTreeViewItem *parent, Boolean expandable, Boolean expanded,

@@ -1,8 +1,9 @@
 /* MyTreeView: a tree of labelled items with optional pictures, one item per
- * row, indented by depth.  Meant to sit in an automatic XmScrolledWindow: the
- * widget grows to the size of its rows and scrolls the selected item into
- * view.  Items belong to the widget; callers hold pointers to them until they
- * are deleted. */
+ * row, indented by depth.  Made by MyCreateScrolledTreeView it scrolls itself
+ * with its scrolled window's bars; as the work area of an automatic
+ * XmScrolledWindow it grows to the size of its rows.  Either way the selected
+ * item is scrolled into view.  Items belong to the widget; callers hold
+ * pointers to them until they are deleted. */
 #ifndef QUILLA_WIDGETS_MYTREEVIEW_H
 #define QUILLA_WIDGETS_MYTREEVIEW_H
 
@@ -39,6 +40,11 @@ typedef struct {
 } MyTreeViewCallbackStruct;
 
 Widget MyCreateTreeView(Widget parent, const char *name, ArgList args, Cardinal n);
+/* The tree in a scrolled window named name + "SW" (managed; the tree is
+ * returned unmanaged), with scroll bars of its own: any number of rows,
+ * where an automatic scrolled window stops at the window system's 32767
+ * pixels. */
+Widget MyCreateScrolledTreeView(Widget parent, const char *name, ArgList args, Cardinal n);
 
 /* Adds an item as the last child of `parent`; with no parent it becomes the
  * root when the tree has none, otherwise nothing is added and 0 returned.

@@ -34,6 +34,11 @@ struct _MyTreeViewItem {
 };
 
 typedef struct {
+  Pixmap pixmap;
+  unsigned int width, height, depth;
+} MyTreeViewPixmapSize;
+
+typedef struct {
   /* resources */
   XtCallbackList select_callback, expand_callback, collapse_callback, activate_callback;
   XmFontList font_list;
@@ -51,7 +56,12 @@ typedef struct {
   Time last_click;
   MyTreeViewItem *last_click_item;
   unsigned long deletions; /* counts removals, to notice them in callbacks */
-  Widget key_clip; /* the scrolled window's clip, whose page keys we take */
+  MyTreeViewPixmapSize pixmap_sizes[4]; /* sizes of the pictures seen last */
+  int next_pixmap_size;
+  Widget key_clip;
+  /* own scroll bars (MyCreateScrolledTreeView) and the offsets they set */
+  Widget vsb, hsb;
+  int top, left; /* the scrolled window's clip, whose page keys we take */
 } MyTreeViewPart;
 
 typedef struct _MyTreeViewRec {

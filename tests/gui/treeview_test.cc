@@ -52,7 +52,9 @@ class TreeViewTest : public ::testing::Test {
   // One application context and display per server for the whole run, as
   // in the program: Motif keeps fonts per display, and a display closed and
   // opened again at the same address would find stale ones.
-  void Open(const char *variable, int height = 200) {
+  // The tree scrolls itself in "dirTreeViewSW", or (own_bars false) sits in
+  // an automatic scrolled window that moves it.
+  void Open(const char *variable, bool own_bars = true) {
     const char *name = std::getenv(variable);
     if (!name) GTEST_SKIP() << variable << " is not set (scripts/test starts the servers)";
     display_name_ = name;
@@ -75,11 +77,16 @@ class TreeViewTest : public ::testing::Test {
     if (visual->c_class == PseudoColor)
       colormap_ = XCreateColormap(dpy_, DefaultRootWindow(dpy_), visual, AllocNone);
     shell_ = XtVaAppCreateShell("test", "Quilla", applicationShellWidgetClass, dpy_, XmNwidth, 240, XmNheight,
-                                height, XmNcolormap,
+                                200, XmNcolormap,
                                 colormap_ ? colormap_ : DefaultColormap(dpy_, DefaultScreen(dpy_)), nullptr);
-    sw_ = XtVaCreateManagedWidget("dirTreeViewSW", xmScrolledWindowWidgetClass, shell_, XmNscrollingPolicy,
-                                  XmAUTOMATIC, nullptr);
-    tree_ = MyCreateTreeView(sw_, "dirTreeView", nullptr, 0);
+    if (own_bars) {
+      tree_ = MyCreateScrolledTreeView(shell_, "dirTreeView", nullptr, 0);
+      sw_ = XtParent(tree_);
+    } else {
+      sw_ = XtVaCreateManagedWidget("dirTreeViewSW", xmScrolledWindowWidgetClass, shell_, XmNscrollingPolicy,
+                                    XmAUTOMATIC, nullptr);
+      tree_ = MyCreateTreeView(sw_, "dirTreeView", nullptr, 0);
+    }
     XtManageChild(tree_);
     for (const char *list : {MyNselectCallback, MyNexpandCallback, MyNcollapseCallback, MyNactivateCallback})
       XtAddCallback(tree_, list, Record, &calls_);
@@ -134,7 +141,10 @@ class TreeViewTest : public ::testing::Test {
     const int row = MyTreeViewGetItemRow(tree_, item);
     ASSERT_GE(row, 0);
     const int rh = MyTreeViewGetRowHeight(tree_);
-    const int y = reinterpret_cast<MyTreeViewWidget>(tree_)->primitive.highlight_thickness + row * rh + rh / 2;
+    const int y = Margin() + row * rh + rh / 2 - reinterpret_cast<MyTreeViewWidget>(tree_)->tree.top;
+    Button(x, y, Button1, count);
+  }
+  void Button(int x, int y, unsigned button, int count = 1) {
     time_ += 5000;  // apart from the previous click
     for (int i = 0; i < count; ++i) {
       for (int type : {ButtonPress, ButtonRelease}) {
@@ -145,8 +155,8 @@ class TreeViewTest : public ::testing::Test {
         ev.xbutton.root = DefaultRootWindow(dpy_);
         ev.xbutton.x = x;
         ev.xbutton.y = y;
-        ev.xbutton.button = Button1;
-        ev.xbutton.state = type == ButtonRelease ? Button1Mask : 0;
+        ev.xbutton.button = button;
+        ev.xbutton.state = type == ButtonRelease ? Button1Mask << (button - 1) : 0;
         ev.xbutton.same_screen = True;
         ev.xbutton.time = time_ += 40;
         XSendEvent(dpy_, ev.xbutton.window, True, type == ButtonPress ? ButtonPressMask : ButtonReleaseMask, &ev);
@@ -155,6 +165,7 @@ class TreeViewTest : public ::testing::Test {
     Pump();
   }
   bool HaveXdotool() { return testutil::HaveTool("xdotool"); }
+  int Margin() { return reinterpret_cast<MyTreeViewWidget>(tree_)->primitive.highlight_thickness; }
 
   std::string display_name_;
   XtAppContext app_ = nullptr;
@@ -369,7 +380,7 @@ TEST_F(TreeViewTest, ClicksSelectToggleAndActivate) {
   MyTreeViewItem *a = Add(root, "folder a");
   Add(a, "a1");
   Pump();
-  const int ht = reinterpret_cast<MyTreeViewWidget>(tree_)->primitive.highlight_thickness;
+  const int ht = Margin();
   const int box_x = ht + 2 + 18 + 4;  // margin, one level, half the box
   const int label_x = box_x + 30;
   calls_.clear();
@@ -388,44 +399,66 @@ TEST_F(TreeViewTest, ClicksSelectToggleAndActivate) {
   EXPECT_EQ(calls_, (std::vector<Call>{{MyCR_TREE_SELECT, root, true}}));
 }
 
-TEST_F(TreeViewTest, SelectionScrollsIntoView) {
+// Scrolling with the tree's own bars (past the 32767 pixels of a window)
+// and in an automatic scrolled window.
+class TreeViewScrollTest : public TreeViewTest, public ::testing::WithParamInterface<bool> {
+ protected:
+  void SetUp() override { Open("QUILLA_TEST_DISPLAY", GetParam()); }
+};
+
+TEST_P(TreeViewScrollTest, SelectionScrollsIntoView) {
+  const bool own = GetParam();
+  const int count = own ? 3000 : 100;
   Realize();
   MyTreeViewUpdate(tree_, True);
   MyTreeViewItem *root = MyTreeViewAddItem(tree_, nullptr, True, True, XmUNSPECIFIED_PIXMAP,
                                            XmUNSPECIFIED_PIXMAP, "root");
   std::vector<MyTreeViewItem *> items;
-  for (int i = 0; i < 100; ++i) items.push_back(Add(root, ("directory " + std::to_string(i)).c_str(), false));
+  for (int i = 0; i < count; ++i) items.push_back(Add(root, ("directory " + std::to_string(i)).c_str(), false));
   MyTreeViewUpdate(tree_, False);
   Pump();
   const int rh = MyTreeViewGetRowHeight(tree_);
-  const int ht = reinterpret_cast<MyTreeViewWidget>(tree_)->primitive.highlight_thickness;
-  Widget clip = XtParent(tree_);
-  EXPECT_GE(static_cast<int>(tree_->core.height), 101 * rh);  // the widget holds every row
-
-  // The row shows inside the clip window after each selection.
+  if (own) {
+    EXPECT_GT((count + 1) * rh, 32767);
+  }
+  // Where a row shows: the tree scrolls inside itself or moves in the clip.
+  const int view_h = own ? tree_->core.height : XtParent(tree_)->core.height;
   auto shown = [&](MyTreeViewItem *it) {
-    const int top = tree_->core.y + ht + MyTreeViewGetItemRow(tree_, it) * rh;
-    return top >= 0 && top + rh <= static_cast<int>(clip->core.height) + 2;
+    const int top = (own ? -reinterpret_cast<MyTreeViewWidget>(tree_)->tree.top : tree_->core.y) + Margin() +
+                    MyTreeViewGetItemRow(tree_, it) * rh;
+    return top >= 0 && top + rh <= view_h + 2;
   };
-  EXPECT_FALSE(shown(items[99]));
-  MyTreeViewSelectItem(tree_, items[99]);
+  MyTreeViewItem *last = items.back(), *middle = items[count / 2];
+  EXPECT_FALSE(shown(last));
+  MyTreeViewSelectItem(tree_, last);
   Pump();
-  EXPECT_TRUE(shown(items[99])) << tree_->core.y;
-  MyTreeViewSelectItem(tree_, items[50]);
+  EXPECT_TRUE(shown(last));
+  MyTreeViewSelectItem(tree_, middle);
   Pump();
-  EXPECT_TRUE(shown(items[50])) << tree_->core.y;
+  EXPECT_TRUE(shown(middle));
+  EXPECT_FALSE(shown(last));
   MyTreeViewSelectItem(tree_, root);
   Pump();
-  EXPECT_EQ(tree_->core.y, 0);
-  if (HaveXdotool()) {
+  EXPECT_EQ(own ? reinterpret_cast<MyTreeViewWidget>(tree_)->tree.top : tree_->core.y, 0);
+
+  // The wheel scrolls and leaves the selection.
+  Button(10, 10, Button5);
+  EXPECT_FALSE(shown(root));
+  EXPECT_EQ(MyTreeViewGetSelected(tree_), root);
+  Button(10, 10, Button4);
+  EXPECT_TRUE(shown(root));
+
+  if (HaveXdotool()) {  // the page and end keys, which a scrolled window wants too
     Xdo("key End");
-    EXPECT_EQ(MyTreeViewGetSelected(tree_), items[99]);
-    EXPECT_TRUE(shown(items[99])) << tree_->core.y;
+    EXPECT_EQ(MyTreeViewGetSelected(tree_), last);
+    EXPECT_TRUE(shown(last));
     Xdo("key Prior");
     EXPECT_TRUE(shown(MyTreeViewGetSelected(tree_)));
-    EXPECT_LT(MyTreeViewGetItemRow(tree_, MyTreeViewGetSelected(tree_)), 99);
+    EXPECT_LT(MyTreeViewGetItemRow(tree_, MyTreeViewGetSelected(tree_)), count);
   }
 }
+
+INSTANTIATE_TEST_SUITE_P(Bars, TreeViewScrollTest, ::testing::Values(true, false));
 
 // The rows reach the window: the selected label's box in the foreground
 // colour, folder pictures in their colours, at 24 and at 8 bits.
@@ -448,7 +481,7 @@ TEST_P(TreeViewPixelsTest, RowsAreDrawn) {
     testutil::Run("xwd -display " + display_name_ + " -id " + std::to_string(XtWindow(shell_)) + " -out " + shot);
   }
   const int rh = MyTreeViewGetRowHeight(tree_);
-  const int ht = reinterpret_cast<MyTreeViewWidget>(tree_)->primitive.highlight_thickness;
+  const int ht = Margin();
   XImage *img = XGetImage(dpy_, XtWindow(tree_), 0, 0, tree_->core.width, tree_->core.height, AllPlanes, ZPixmap);
   ASSERT_NE(img, nullptr);
   const Pixel fg = reinterpret_cast<MyTreeViewWidget>(tree_)->primitive.foreground;
