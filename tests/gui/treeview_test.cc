@@ -422,8 +422,8 @@ TEST_P(TreeViewScrollTest, SelectionScrollsIntoView) {
     EXPECT_GT((count + 1) * rh, 32767);
   }
   // Where a row shows: the tree scrolls inside itself or moves in the clip.
-  const int view_h = own ? tree_->core.height : XtParent(tree_)->core.height;
   auto shown = [&](MyTreeViewItem *it) {
+    const int view_h = own ? tree_->core.height : XtParent(tree_)->core.height;
     const int top = (own ? -reinterpret_cast<MyTreeViewWidget>(tree_)->tree.top : tree_->core.y) + Margin() +
                     MyTreeViewGetItemRow(tree_, it) * rh;
     return top >= 0 && top + rh <= view_h + 2;
@@ -440,6 +440,15 @@ TEST_P(TreeViewScrollTest, SelectionScrollsIntoView) {
   MyTreeViewSelectItem(tree_, root);
   Pump();
   EXPECT_EQ(own ? reinterpret_cast<MyTreeViewWidget>(tree_)->tree.top : tree_->core.y, 0);
+
+  if (own) {  // a taller window: the bar's slider follows
+    XtVaSetValues(shell_, XmNheight, 400, nullptr);
+    Pump();
+    int slider = 0;
+    XtVaGetValues(reinterpret_cast<MyTreeViewWidget>(tree_)->tree.vsb, XmNsliderSize, &slider, nullptr);
+    EXPECT_GT(tree_->core.height, 300);
+    EXPECT_EQ(slider, tree_->core.height);
+  }
 
   // The wheel scrolls and leaves the selection.
   Button(10, 10, Button5);
