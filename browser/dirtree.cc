@@ -35,8 +35,8 @@ bool Contains(const std::vector<std::string> &list, const std::string &path) {
 std::string DecodeMountField(const std::string &field) {
   std::string out;
   for (size_t i = 0; i < field.size(); ++i) {
-    if (field[i] == '\\' && i + 3 < field.size() && field[i + 1] >= '0' && field[i + 1] <= '3' && field[i + 2] >= '0' && field[i + 2] <= '7' &&
-        field[i + 3] >= '0' && field[i + 3] <= '7') {
+    const auto octal = [&](size_t k, char top) { return field[k] >= '0' && field[k] <= top; };
+    if (field[i] == '\\' && i + 3 < field.size() && octal(i + 1, '3') && octal(i + 2, '7') && octal(i + 3, '7')) {
       out += static_cast<char>((field[i + 1] - '0') * 64 + (field[i + 2] - '0') * 8 + (field[i + 3] - '0'));
       i += 3;
     } else {
@@ -79,9 +79,9 @@ bool DirTreeFs::ReadDir(void *handle, std::string *name) {
 
 void DirTreeFs::CloseDir(void *handle) { ::closedir(static_cast<DIR *>(handle)); }
 
-bool DirTreeFs::LinkStatus(const std::string &path, struct stat *st) { return ::lstat(path.c_str(), st) == 0; }
+bool DirTreeFs::LinkStat(const std::string &path, struct stat *st) { return ::lstat(path.c_str(), st) == 0; }
 
-bool DirTreeFs::Status(const std::string &path, struct stat *st) { return ::stat(path.c_str(), st) == 0; }
+bool DirTreeFs::Stat(const std::string &path, struct stat *st) { return ::stat(path.c_str(), st) == 0; }
 
 // ---- paths and labels
 
@@ -166,7 +166,7 @@ DirKind DirTree::Probe(const std::string &dir, const std::vector<std::string> &m
     const std::string full = DirJoin(dir, name);
     // A mount point below is a subdirectory, known without looking at it.
     struct stat st;
-    if (Contains(mounts, full) || (fs_->Status(full, &st) && S_ISDIR(st.st_mode))) {
+    if (Contains(mounts, full) || (fs_->Stat(full, &st) && S_ISDIR(st.st_mode))) {
       kind = DirKind::kBranch;
       break;
     }
@@ -192,8 +192,8 @@ std::vector<DirChild> DirTree::Children(const std::string &dir) const {
       continue;
     }
     struct stat st;
-    if (!fs_->LinkStatus(full, &st)) continue;
-    if (S_ISDIR(st.st_mode) || (S_ISLNK(st.st_mode) && fs_->Status(full, &st) && S_ISDIR(st.st_mode)))
+    if (!fs_->LinkStat(full, &st)) continue;
+    if (S_ISDIR(st.st_mode) || (S_ISLNK(st.st_mode) && fs_->Stat(full, &st) && S_ISDIR(st.st_mode)))
       out.push_back({name, DirKind::kBranch});
   }
   fs_->CloseDir(h);

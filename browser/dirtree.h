@@ -26,8 +26,8 @@ class DirTreeFs {
   // The next name (".", ".." included); false at the end.
   virtual bool ReadDir(void *handle, std::string *name);
   virtual void CloseDir(void *handle);
-  virtual bool LinkStatus(const std::string &path, struct stat *st);  // lstat
-  virtual bool Status(const std::string &path, struct stat *st);      // stat
+  virtual bool LinkStat(const std::string &path, struct stat *st);  // lstat
+  virtual bool Stat(const std::string &path, struct stat *st);      // stat
 };
 
 enum class DirKind {

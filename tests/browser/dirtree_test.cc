@@ -13,41 +13,11 @@
 #include <vector>
 
 #include "browser/dirtree.h"
+#include "recording_fs.h"
 #include "test_util.h"
 
 namespace quilla {
 namespace {
-
-// Forwards to the real calls and keeps every path touched.
-class RecordingFs : public DirTreeFs {
- public:
-  int CanEnter(const std::string &dir) override {
-    touched.push_back(dir);
-    return DirTreeFs::CanEnter(dir);
-  }
-  void *OpenDir(const std::string &dir, int *error) override {
-    touched.push_back(dir);
-    ++opened;
-    return DirTreeFs::OpenDir(dir, error);
-  }
-  bool LinkStatus(const std::string &path, struct stat *st) override {
-    touched.push_back(path);
-    return DirTreeFs::LinkStatus(path, st);
-  }
-  bool Status(const std::string &path, struct stat *st) override {
-    touched.push_back(path);
-    return DirTreeFs::Status(path, st);
-  }
-  // Paths at or below `dir` that were touched.
-  std::vector<std::string> TouchedUnder(const std::string &dir) const {
-    std::vector<std::string> out;
-    for (const std::string &p : touched)
-      if (p == dir || p.compare(0, dir.size() + 1, dir + "/") == 0) out.push_back(p);
-    return out;
-  }
-  std::vector<std::string> touched;
-  int opened = 0;
-};
 
 std::string Names(const std::vector<DirChild> &children) {
   std::string out;
@@ -90,7 +60,7 @@ class DirTreeTest : public ::testing::Test {
 };
 
 TEST_F(DirTreeTest, ListsSubdirectoriesSortedWithLinksAndWithoutProbingMounts) {
-  RecordingFs fs;
+  testutil::RecordingFs fs;
   DirTree tree(mtab_, &fs, "/ [test]");
   // Probing the NFS point would find no access (for a user other than root).
   ::chmod((base_ + "/nfs").c_str(), 0);
@@ -111,7 +81,7 @@ TEST_F(DirTreeTest, ListsSubdirectoriesSortedWithLinksAndWithoutProbingMounts) {
 }
 
 TEST_F(DirTreeTest, ExpandingAMountPointReadsItThen) {
-  RecordingFs fs;
+  testutil::RecordingFs fs;
   DirTree tree(mtab_, &fs, "/ [test]");
   EXPECT_EQ(Names(tree.Children(base_ + "/nfs")), "deep:leaf ");
   EXPECT_EQ(Names(tree.Children(base_ + "/plain")), "remote:mount ");
