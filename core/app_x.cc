@@ -21,7 +21,9 @@
 #include <cstring>
 #include <string>
 
+#include "browser/browser_x.h"
 #include "core/display_x.h"
+#include "core/options_x.h"
 #include "core/settings.h"
 #include "tessel.h"
 #include "view/view_x.h"
@@ -35,11 +37,8 @@ const char kMailAddress[] = "quilla@example.org";
 
 // ---- named actions --------------------------------------------------------
 
-// The browser and its file lists are not part of the program yet; their
-// actions are registered so that translations naming them parse, and do
-// nothing until those windows exist.
-void BrowserDoCommandAction(Widget, XEvent *, String *, Cardinal *) {}
-void BrowserDoPopupAction(Widget, XEvent *, String *, Cardinal *) {}
+// The file lists are not part of the program yet; their action is
+// registered so that translations naming it parse, and does nothing.
 void FilelistDoCommandAction(Widget, XEvent *, String *, Cardinal *) {}
 void DoBubbleAction(Widget w, XEvent *event, String *params, Cardinal *count) {
   BubbleHelpAction(w, event, params, count);
@@ -139,7 +138,10 @@ AppState &App() {
   return state;
 }
 
-void RegisterActions(XtAppContext app) { XtAppAddActions(app, kActions, XtNumber(kActions)); }
+void RegisterActions(XtAppContext app) {
+  XtAppAddActions(app, kActions, XtNumber(kActions));
+  SetCachePageHook(FillCachePage);
+}
 
 void InstallSignalHandlers() {
   sysv_signal(SIGINT, OnInterrupt);

@@ -17,6 +17,7 @@
 #include <string>
 #include <vector>
 
+#include "browser/browser_x.h"
 #include "core/app_x.h"
 #include "core/colour_model.h"
 #include "core/display_x.h"
@@ -75,18 +76,9 @@ void Out(const std::string &text) {
   std::exit(0);
 }
 
-// The browser window and the slide show are not part of the program yet.
-// Until they are, asking for them opens nothing and counts no window, so the
-// start window comes up instead.
-Widget OpenBrowser(Widget /*parent*/, const char * /*directory*/) { return nullptr; }
+// The slide show is not part of the program yet: asking for it opens
+// nothing and counts no window, so the start window comes up instead.
 Widget OpenSlideShow(Widget /*parent*/, const char * /*slide_file*/) { return nullptr; }
-
-// The browser's start directory: Browser.StartupDirectory when
-// Browser.StartupIn is 2, else its default (none given).
-const char *BrowserStartDirectory() {
-  const SettingsRecord &s = Settings();
-  return s.Browser.StartupIn == 2 ? s.Browser.StartupDirectory : nullptr;
-}
 
 // An argument as an absolute path with links resolved; a name that does not
 // resolve (a missing file) is made absolute against the start directory and
@@ -217,8 +209,7 @@ int main(int argc, char **argv) {
         const std::string path = ResolvePath(arg.c_str(), app.start_dir);
         struct stat st;
         if (stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) {
-          // A directory opens the browser on it; the browser is not part of
-          // the program yet, so it opens nothing and counts no window.
+          // A directory opens the browser on it.
           if (OpenBrowser(app.shell, path.c_str())) ++windows;
         } else if (options.all) {
           Widget view = OpenViewOnFile(app.shell, path.c_str(), 0);
@@ -261,9 +252,8 @@ int main(int argc, char **argv) {
     Widget browser = OpenBrowser(app.shell, BrowserStartDirectory());
     if (browser && !app.main_window) app.main_window = browser;
   }
-  // While the browser and the slide show are missing, the paths that ask
-  // only for them would leave the program without a window: show the start
-  // window there too.
+  // While the slide show is missing, a path that asks only for it would
+  // leave the program without a window: show the start window there too.
   if (!app.main_window && !start_window && ViewCount() == 0) start_window = OpenStartWindow(app.shell);
 
   // 20. View.UsePopupInView once more, after the windows opened.

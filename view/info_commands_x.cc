@@ -23,6 +23,7 @@
 #include <string>
 #include <vector>
 
+#include "browser/browser_x.h"
 #include "browser/descriptions.h"
 #include "core/app_x.h"
 #include "core/options_x.h"
@@ -209,24 +210,22 @@ void SplitPath(const std::string &path, std::string *dir, std::string *name) {
 
 // ---- the dialogs
 
-void Properties(Widget view, Widget owner) {
-  ViewState st;
-  if (!view || !GetViewState(view, &st) || st.path.empty()) return Bell(owner);
+void PropertiesOf(Widget owner, const std::string &path, int format, int page) {
   if (RaiseExisting(owner, "QuillProperties")) return;
   struct stat sb;
-  if (stat(st.path.c_str(), &sb) != 0) {
-    ShowMessage(owner, "Can't read file \n<" + st.path + ">");
+  if (stat(path.c_str(), &sb) != 0) {
+    ShowMessage(owner, "Can't read file \n<" + path + ">");
     return;
   }
   TslFileInfo info;
   std::memset(&info, 0, sizeof info);
-  const int code = tslFileInformation(st.path.c_str(), st.format, st.page, &info);
+  const int code = tslFileInformation(path.c_str(), format, page, &info);
   if (code != 0) {
-    ShowLoadError(owner, st.path.c_str(), code, info.message);
+    ShowLoadError(owner, path.c_str(), code, info.message);
     tslFileInformationFree(&info);
     return;
   }
-  const std::vector<PropertyLine> lines = PropertyLines(st.path, sb.st_size, info);
+  const std::vector<PropertyLine> lines = PropertyLines(path, sb.st_size, info);
   tslFileInformationFree(&info);
   Small *s = BuildSmall(owner, "QuillProperties", "Properties", false);
   Widget above = nullptr;
@@ -238,12 +237,16 @@ void Properties(Widget view, Widget owner) {
   ShowSmall(s);
 }
 
-void Describe(Widget view, Widget owner) {
+void Properties(Widget view, Widget owner) {
   ViewState st;
   if (!view || !GetViewState(view, &st) || st.path.empty()) return Bell(owner);
+  PropertiesOf(owner, st.path, st.format, st.page);
+}
+
+void DescribeOf(Widget owner, const std::string &path, const std::function<void()> &saved) {
   if (RaiseExisting(owner, "quillDesc")) return;
   std::string dir, name;
-  SplitPath(st.path, &dir, &name);
+  SplitPath(path, &dir, &name);
   const DescriptionTable table = LoadDescriptions(dir);
   const std::string *text = FindDescription(table, name);
   Small *s = BuildSmall(owner, "quillDesc", "Description", true);
@@ -254,7 +257,7 @@ void Describe(Widget view, Widget owner) {
                                          XmNrightAttachment, XmATTACH_FORM, XmNbottomAttachment, XmATTACH_FORM,
                                          nullptr);
   s->fields.push_back(field);
-  s->accept = [dir, name, field](Small *d) {
+  s->accept = [dir, name, field, saved](Small *d) {
     std::string t = FieldText(field);
     // One line per file: line ends typed or pasted in would start a new one.
     for (char &c : t)
@@ -267,9 +270,16 @@ void Describe(Widget view, Widget owner) {
       SetMessage(d, "Can't save the description in " + DescriptionPath(dir));
       return false;
     }
+    if (saved) saved();
     return true;
   };
   ShowSmall(s);
+}
+
+void Describe(Widget view, Widget owner) {
+  ViewState st;
+  if (!view || !GetViewState(view, &st) || st.path.empty()) return Bell(owner);
+  DescribeOf(owner, st.path, nullptr);
 }
 
 void ChangeDpi(Widget view, Widget owner) {
@@ -339,6 +349,12 @@ void Thanks(Widget owner) {
 
 }  // namespace
 
+void ShowFileProperties(Widget owner, const std::string &path) { PropertiesOf(owner, path, -1, 0); }
+
+void DescribeFile(Widget owner, const std::string &path, const std::function<void()> &saved) {
+  DescribeOf(owner, path, saved);
+}
+
 bool RunInfoCommand(Widget view, Widget owner, const char *word) {
   const std::string w = word;
   if (w == "options") {
@@ -351,6 +367,8 @@ bool RunInfoCommand(Widget view, Widget owner, const char *word) {
     ChangeDpi(view, owner);
   } else if (w == "pageNumber") {
     PageNumber(view, owner);
+  } else if (w == "browseFiles") {
+    OpenBrowser(App().shell, nullptr);
   } else if (w == "thanks") {
     Thanks(owner);
   } else {

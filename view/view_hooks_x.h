@@ -7,6 +7,9 @@
 
 #include <X11/Intrinsic.h>
 
+#include <functional>
+#include <string>
+
 namespace quilla {
 
 // open, saveFiles, extractInto (files/file_commands_x.cc).
@@ -15,6 +18,11 @@ bool RunFileCommand(Widget view, Widget owner, const char *word);
 bool RunOperationCommand(Widget view, Widget owner, const char *word);
 // options, properties, describe and the small dialogs (view/info_commands_x.cc).
 bool RunInfoCommand(Widget view, Widget owner, const char *word);
+
+// The properties dialog and the description dialog of any file (the
+// browser's entries); `saved` runs after a description was written.
+void ShowFileProperties(Widget owner, const std::string &path);
+void DescribeFile(Widget owner, const std::string &path, const std::function<void()> &saved);
 
 }  // namespace quilla
 

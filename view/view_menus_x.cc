@@ -44,7 +44,7 @@ const Entry kFileMenu[] = {
     {"saveFiles", "Save As...", "Ctrl<Key>s", "Ctrl+S", true, true},
     {"close", "Close", "Ctrl<Key>w", "Ctrl+W", true, true},
     {nullptr, nullptr, nullptr, nullptr, false, false},
-    {"browseFiles", "Browser...", "Ctrl<Key>b", "Ctrl+B", false, false},
+    {"browseFiles", "Browser...", "Ctrl<Key>b", "Ctrl+B", true, false},
     {"viewHexa", "View Hexa...", "Ctrl<Key>h", "Ctrl+H", false, false},
     {"slideShow", "Slide Show...", "Ctrl<Key>l", "Ctrl+L", false, false},
     {"sequenceConvert", "Batch Convert...", "Ctrl<Key>n", "Ctrl+N", false, false},
