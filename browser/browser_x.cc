@@ -1574,17 +1574,18 @@ Browser *CreateBrowser(Widget parent) {
   const int width = s.Browser.Width >= 400 ? s.Browser.Width : 860;
   const int height = s.Browser.Height >= 300 ? s.Browser.Height : 620;
   b->shell = XtVaCreatePopupShell("Browser", topLevelShellWidgetClass, parent, XmNtitle, "Quilla Browser",
-                                  XmNiconName, "Quilla Browser", XmNdeleteResponse, XmDO_NOTHING, XmNwidth, width,
-                                  XmNheight, height, nullptr);
+                                  XmNiconName, "Quilla Browser", XmNdeleteResponse, XmDO_NOTHING, nullptr);
   Atom wm_delete = XmInternAtom(dpy, const_cast<char *>("WM_DELETE_WINDOW"), False);
   XmAddWMProtocolCallback(b->shell, wm_delete, WmDelete, b);
   SetWindowIcon(b->shell);
-  b->form = XtVaCreateManagedWidget("form", xmFormWidgetClass, b->shell, nullptr);
+  b->form = XtVaCreateManagedWidget("form", xmFormWidgetClass, b->shell, XmNwidth, width, XmNheight, height, nullptr);
   b->menu_bar = CreateMenuBar(b);
   XtVaSetValues(b->menu_bar, XmNtopAttachment, XmATTACH_FORM, XmNleftAttachment, XmATTACH_FORM, XmNrightAttachment,
                 XmATTACH_FORM, nullptr);
   b->tool_bar = CreateToolBar(b);
-  b->status = MyCreateStatusBar(b->form, "statusBar", nullptr, 0);
+  Arg status_args[1];
+  XtSetArg(status_args[0], XmNheight, 24);
+  b->status = MyCreateStatusBar(b->form, "statusBar", status_args, 1);
   b->work = XtVaCreateWidget("workArea", xmFormWidgetClass, b->form, nullptr);
 
   b->tree = new DirTreePane(b->work);
