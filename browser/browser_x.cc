@@ -1402,6 +1402,7 @@ bool Toggle(bool *flag) { return *flag = !*flag; }
 
 void DoCommand(Browser *b, const std::string &w) {
   SettingsRecord &s = Settings();
+  b->typed.clear();  // a command ends the name being typed
   for (int i = 0; i < 8; ++i)
     if (w == kMoveWords[i]) {
       if ((b->view_mode == kViewSmallIcons || b->view_mode == kViewList) && (i == 0 || i == 1)) {
@@ -1433,6 +1434,7 @@ void DoCommand(Browser *b, const std::string &w) {
     const bool last = !OtherWindowOpen();
     CloseBrowser(b);
     if (last) QuitWritingSettings();
+    return;  // the record is gone
   } else if (w == "quit") {
     EndRename(b);
     SaveWindowSettings(b);
@@ -1748,8 +1750,9 @@ bool GetBrowserState(BrowserState *out) {
   }
   out->loop_running = b->loop && b->loop->running();
   out->thumbnails = 0;
-  for (const FileEntry &e : b->list.entries())
-    if ((b->view_mode == kViewIcons ? e.large : e.small).handle) ++out->thumbnails;
+  if (b->view_mode == kViewIcons || b->view_mode == kViewSmallIcons)
+    for (const FileEntry &e : b->list.entries())
+      if ((b->view_mode == kViewIcons ? e.large : e.small).handle) ++out->thumbnails;
   out->tree_shown = b->tree && XtIsManaged(b->tree->scrolled());
   out->preview_shown = XtIsManaged(b->preview_frame);
   out->status_shown = XtIsManaged(b->status);

@@ -1,0 +1,413 @@
+// The browser window on real X servers: listing and sorting, the four view
+// modes, thumbnails reaching the window, the cache written and read back
+// across a close and a reopen, a directory that cannot be read, keyboard
+// navigation typed with xdotool, and the program quitting by itself after
+// its thumbnails.
+// GoogleTest first: X headers define macros (None, Bool...) that clash with it.
+#include <gtest/gtest.h>
+
+#include <X11/Intrinsic.h>
+#include <X11/Shell.h>
+#include <X11/Xutil.h>
+#include <Xm/Xm.h>
+
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <utime.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "browser/browser_x.h"
+#include "browser/filelist.h"
+#include "core/app_x.h"
+#include "core/display_x.h"
+#include "core/settings.h"
+#include "test_util.h"
+#include "view/view_x.h"
+
+namespace {
+
+using namespace quilla;
+using namespace testutil;
+
+// One HOME for the whole program: the thumbnail cache lives under it and is
+// made once per process.
+const std::string &Home() {
+  static TempDir *home = nullptr;
+  if (!home) {
+    home = new TempDir;
+    setenv("HOME", home->path().c_str(), 1);
+  }
+  return home->path();
+}
+
+std::vector<std::string> Names(const FileList &list) {
+  std::vector<std::string> out;
+  for (int i = 0; i < list.count(); ++i) out.push_back(list.at(i).name);
+  return out;
+}
+
+uint32_t BigEndian32(const std::string &bytes, size_t at) {
+  if (bytes.size() < at + 4) return 0xffffffffu;
+  const auto *p = reinterpret_cast<const unsigned char *>(bytes.data() + at);
+  return uint32_t(p[0]) << 24 | uint32_t(p[1]) << 16 | uint32_t(p[2]) << 8 | p[3];
+}
+
+class BrowserTest : public ::testing::Test {
+ protected:
+  void Open(const char *env) {
+    const char *name = std::getenv(env);
+    if (!name || !*name) GTEST_SKIP() << env << " not set (scripts/test starts the X servers)";
+    Home();
+    static XtAppContext app = nullptr;
+    if (!app) {
+      XtToolkitInitialize();
+      app = XtCreateApplicationContext();
+      RegisterActions(app);
+    }
+    struct Conn {
+      Display *dpy;
+      Widget shell, keeper;
+    };
+    static std::map<std::string, Conn> conns;
+    Conn &c = conns[name];
+    if (!c.dpy) {
+      int argc = 0;
+      c.dpy = XtOpenDisplay(app, name, "quilla", "Quilla", nullptr, 0, &argc, nullptr);
+      ASSERT_NE(c.dpy, nullptr);
+      c.shell = XtVaAppCreateShell("quilla", "Quilla", applicationShellWidgetClass, c.dpy, XmNmappedWhenManaged,
+                                   False, XmNwidth, 10, XmNheight, 10, nullptr);
+      XtRealizeWidget(c.shell);
+      // A start window keeps closing the browser from quitting.
+      c.keeper = XtVaCreatePopupShell("QuillInit", topLevelShellWidgetClass, c.shell, XmNwidth, 10, XmNheight, 10,
+                                      nullptr);
+      XtRealizeWidget(c.keeper);
+    }
+    dpy_ = c.dpy;
+    App().app = app;
+    App().dpy = dpy_;
+    App().screen = DefaultScreen(dpy_);
+    App().shell = c.shell;
+    App().main_window = nullptr;
+    App().start_dir = dir_.path();
+    InitVisual(dpy_, App().screen, -1, false);
+    ReadSettingsFile(&Settings(), dir_.file("none.rc"));
+  }
+  void TearDown() override {
+    if (!dpy_) return;
+    RunBrowserCommand("close");
+    while (Widget s = ViewShellAt(0)) RunViewCommand(s, "close");
+    Pump();
+  }
+  void Pump() {
+    for (int r = 0; r < 3; ++r) {
+      XSync(dpy_, False);
+      while (XtAppPending(App().app)) XtAppProcessEvent(App().app, XtIMAll);
+    }
+  }
+  // Runs the event loop (work procedures included) until `done` or 20 s.
+  template <typename F>
+  bool RunUntil(F done) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (!done() && std::chrono::steady_clock::now() < end) {
+      // Waiting for an event runs the work procedures; the time-out bounds
+      // the wait.
+      XtAppAddTimeOut(App().app, 5, [](XtPointer, XtIntervalId *) {}, nullptr);
+      XtAppProcessEvent(App().app, XtIMAll);
+    }
+    return done();
+  }
+  BrowserState State() {
+    BrowserState st;
+    EXPECT_TRUE(GetBrowserState(&st));
+    return st;
+  }
+  bool LoopDone() {
+    BrowserState st;
+    return GetBrowserState(&st) && !st.loop_running;
+  }
+  // A directory of pictures made by the library, plus a text file and a
+  // subdirectory.
+  std::string MakeDirectory(const std::string &name) {
+    const std::string d = dir_.file(name);
+    mkdir(d.c_str(), 0755);
+    mkdir((d + "/sub").c_str(), 0755);
+    TslPicture red = MakePicture(TSL_RGB, 60, 40);
+    for (uint32_t y = 0; y < red.height; ++y)
+      for (uint32_t x = 0; x < red.width; ++x) {
+        uint8_t *p = red.pixels + y * red.bytes_per_line + x * 3;
+        p[0] = 255, p[1] = 0, p[2] = 0;
+      }
+    TslParams params;
+    tslDefaultParams(&params);
+    params.format = tslFormatFromExtension("x.png");
+    EXPECT_EQ(tslSave((d + "/b.png").c_str(), &red, &params), TSL_OK);
+    EXPECT_EQ(tslSave((d + "/a.png").c_str(), &red, &params), TSL_OK);
+    tslFree(&red);
+    WriteFile(d + "/c.txt", "not a picture\n");
+    return d;
+  }
+  void Keys(const std::string &keys) {
+    const std::string cmd = std::string("DISPLAY=") + DisplayString(dpy_) + " xdotool key --delay 40 " + keys;
+    ASSERT_EQ(std::system(cmd.c_str()), 0);
+    for (int i = 0; i < 10; ++i) {
+      Pump();
+      usleep(10000);
+    }
+  }
+  // Whether any pixel of the canvas is clearly red.
+  bool CanvasShowsRed() {
+    const BrowserState st = State();
+    XWindowAttributes a;
+    XGetWindowAttributes(dpy_, st.canvas, &a);
+    XImage *img = XGetImage(dpy_, st.canvas, 0, 0, a.width, a.height, AllPlanes, ZPixmap);
+    if (!img) return false;
+    std::map<unsigned long, XColor> seen;
+    bool red = false;
+    for (int y = 0; y < a.height && !red; y += 2)
+      for (int x = 0; x < a.width && !red; x += 2) {
+        const unsigned long px = XGetPixel(img, x, y);
+        auto it = seen.find(px);
+        if (it == seen.end()) {
+          XColor c;
+          c.pixel = px;
+          XQueryColor(dpy_, a.colormap, &c);
+          it = seen.emplace(px, c).first;
+        }
+        red = it->second.red > 0xc000 && it->second.green < 0x4000 && it->second.blue < 0x4000;
+      }
+    XDestroyImage(img);
+    return red;
+  }
+
+  TempDir dir_;
+  Display *dpy_ = nullptr;
+};
+
+TEST_F(BrowserTest, ListsSortsAndDrawsTheFourModes) {
+  for (const char *env : {"QUILLA_TEST_DISPLAY", "QUILLA_TEST_DISPLAY8"}) {
+    SCOPED_TRACE(env);
+    Open(env);
+    if (!dpy_) return;
+    const std::string d = MakeDirectory(std::string("list") + env);
+    Settings().Browser.ArrangeBy = kSortName;
+    ASSERT_NE(OpenBrowser(App().shell, d.c_str()), nullptr);
+    Pump();
+    EXPECT_EQ(State().directory, d + "/");
+    EXPECT_EQ(Names(*BrowserFileList()), (std::vector<std::string>{"..", "sub", "a.png", "b.png", "c.txt"}));
+    // Reverse keeps ".." and the directories first.
+    RunBrowserCommand("sortReverse");
+    EXPECT_EQ(Names(*BrowserFileList()), (std::vector<std::string>{"..", "sub", "c.txt", "b.png", "a.png"}));
+    RunBrowserCommand("arrangeByExt");
+    EXPECT_EQ(State().sort_setting, kSortExtension | kSortReverse);
+    RunBrowserCommand("sortForward");
+    EXPECT_EQ(Names(*BrowserFileList()), (std::vector<std::string>{"..", "sub", "a.png", "b.png", "c.txt"}));
+
+    // Large icons: the two pictures get thumbnails and reach the window.
+    ASSERT_TRUE(RunUntil([&] { return LoopDone(); }));
+    EXPECT_EQ(State().thumbnails, 2);
+    EXPECT_TRUE(CanvasShowsRed());
+    const FileList &list = *BrowserFileList();
+    EXPECT_TRUE(list.at(4).state & kStateUnreadable);  // c.txt
+    EXPECT_TRUE(list.at(1).state & kStateSkipped);     // sub
+
+    // Small icons: their own thumbnails, 16x16 at most.
+    RunBrowserCommand("viewAsSmallIcons");
+    ASSERT_TRUE(RunUntil([&] { return LoopDone(); }));
+    EXPECT_EQ(State().view_mode, kViewSmallIcons);
+    EXPECT_EQ(State().thumbnails, 2);
+    EXPECT_LE(list.at(2).small.width, 16);
+    EXPECT_TRUE(CanvasShowsRed());
+
+    // List: information only, no pixels of the picture.
+    RunBrowserCommand("viewAsList");
+    ASSERT_TRUE(RunUntil([&] { return LoopDone(); }));
+    EXPECT_EQ(State().thumbnails, 0);
+    EXPECT_EQ(list.at(2).info.width, 60u);
+    EXPECT_FALSE(CanvasShowsRed());
+
+    RunBrowserCommand("viewAsColumn");
+    EXPECT_TRUE(RunUntil([&] { return LoopDone(); }));
+    EXPECT_EQ(State().view_mode, kViewColumns);
+    RunBrowserCommand("viewAsIcons");
+    ASSERT_TRUE(RunUntil([&] { return LoopDone(); }));
+    EXPECT_TRUE(CanvasShowsRed());
+    RunBrowserCommand("close");
+    Pump();
+    BrowserState gone;
+    EXPECT_FALSE(GetBrowserState(&gone));
+  }
+}
+
+TEST_F(BrowserTest, ColumnViewOpensNothingAndTypeSortComesLast) {
+  Open("QUILLA_TEST_DISPLAY");
+  if (!dpy_) return;
+  const std::string d = MakeDirectory("columns");
+  Settings().Browser.Viewas = kViewColumns;
+  ASSERT_NE(OpenBrowser(App().shell, d.c_str()), nullptr);
+  ASSERT_TRUE(RunUntil([&] { return LoopDone(); }));
+  for (const FileEntry &e : BrowserFileList()->entries()) EXPECT_EQ(e.state & (kStateKnown | kStateUnreadable), 0u);
+  // Sorting by type puts the read pictures before the unknown file once
+  // the list view has read them.
+  RunBrowserCommand("arrangeByType");
+  RunBrowserCommand("viewAsList");
+  ASSERT_TRUE(RunUntil([&] { return LoopDone(); }));
+  EXPECT_EQ(Names(*BrowserFileList()), (std::vector<std::string>{"..", "sub", "a.png", "b.png", "c.txt"}));
+}
+
+TEST_F(BrowserTest, CacheIsWrittenAtCloseAndServesTheNextVisit) {
+  Open("QUILLA_TEST_DISPLAY");
+  if (!dpy_) return;
+  const std::string d = MakeDirectory("cached");
+  Settings().Cache.IsActive = true;
+  Settings().Cache.Compression = 1;
+  ASSERT_NE(OpenBrowser(App().shell, d.c_str()), nullptr);
+  ASSERT_TRUE(RunUntil([&] { return LoopDone(); }));
+  EXPECT_EQ(State().thumbnails, 2);
+  RunBrowserCommand("close");
+  Pump();
+  // The index names the directory; its database counts both thumbnails.
+  const std::string index = ReadFile(Home() + "/.quilla/cache/cache.db");
+  const size_t at = index.find(d + "/");
+  ASSERT_NE(at, std::string::npos);
+  const int slot = static_cast<int>((at - 20) / 4097);
+  const std::string db = ReadFile(Home() + "/.quilla/cache/" + std::to_string(slot) + ".db");
+  EXPECT_EQ(db.compare(0, 15, "Quilla DB v1.05"), 0);
+  EXPECT_EQ(BigEndian32(db, 16), 2u);
+
+  // The same names, sizes and times with contents no decoder accepts:
+  // only the cache can give their thumbnails now.
+  for (const char *name : {"/a.png", "/b.png"}) {
+    const std::string path = d + name;
+    struct stat st;
+    ASSERT_EQ(stat(path.c_str(), &st), 0);
+    WriteFile(path, std::string(static_cast<size_t>(st.st_size), 'x'));
+    utimbuf times{st.st_atime, st.st_mtime};
+    utime(path.c_str(), &times);
+  }
+  ASSERT_NE(OpenBrowser(App().shell, d.c_str()), nullptr);
+  ASSERT_TRUE(RunUntil([&] { return LoopDone(); }));
+  EXPECT_EQ(State().thumbnails, 2);
+  EXPECT_TRUE(CanvasShowsRed());
+  Settings().Cache.IsActive = false;
+}
+
+TEST_F(BrowserTest, KeyboardMovesOpensGoesUpAndFindsByName) {
+  Open("QUILLA_TEST_DISPLAY");
+  if (!dpy_) return;
+  if (std::system("command -v xdotool >/dev/null 2>&1") != 0) GTEST_SKIP() << "xdotool is not installed";
+  const std::string d = MakeDirectory("keys");
+  WriteFile(d + "/sub/zz.txt", "z");
+  Settings().Browser.Viewas = kViewList;
+  Widget shell = OpenBrowser(App().shell, d.c_str());
+  ASSERT_NE(shell, nullptr);
+  for (int i = 0; i < 200; ++i) {
+    XWindowAttributes a;
+    XSync(dpy_, False);
+    if (XGetWindowAttributes(dpy_, XtWindow(shell), &a) && a.map_state == IsViewable) break;
+    usleep(5000);
+  }
+  XSetInputFocus(dpy_, XtWindow(shell), RevertToPointerRoot, CurrentTime);
+  Pump();
+  // The icon view has the keyboard from the start.
+  EXPECT_EQ(State().current, 0);
+  Keys("Down Down");
+  EXPECT_EQ(State().current, 2);
+  Keys("End");
+  EXPECT_EQ(State().current, 4);
+  Keys("Home");
+  EXPECT_EQ(State().current, 0);
+  Keys("b");  // type-ahead
+  EXPECT_EQ(BrowserFileList()->at(State().current).name, std::string("b.png"));
+  // Return on a picture opens a view on it.
+  Keys("Return");
+  ASSERT_TRUE(RunUntil([] { return ViewCount() == 1; }));
+  ViewState vs;
+  ASSERT_TRUE(GetViewState(ViewShellAt(0), &vs));
+  EXPECT_EQ(vs.path, d + "/b.png");
+  RunViewCommand(ViewShellAt(0), "close");
+  Pump();
+  XSetInputFocus(dpy_, XtWindow(shell), RevertToPointerRoot, CurrentTime);
+  Pump();
+  // Return on a directory enters it; Backspace comes back to it.
+  Keys("s Return");
+  EXPECT_EQ(State().directory, d + "/sub/");
+  Keys("BackSpace");
+  EXPECT_EQ(State().directory, d + "/");
+  EXPECT_EQ(BrowserFileList()->at(State().current).name, std::string("sub"));
+}
+
+TEST_F(BrowserTest, UnreadableDirectoryLeavesTheListing) {
+  Open("QUILLA_TEST_DISPLAY");
+  if (!dpy_) return;
+  const std::string d = MakeDirectory("locked");
+  const std::string locked = d + "/sub";
+  ASSERT_NE(OpenBrowser(App().shell, d.c_str()), nullptr);
+  const int count = BrowserFileList()->count();
+  // Without permission (as root: gone since it was listed).
+  if (geteuid() != 0)
+    chmod(locked.c_str(), 0);
+  else
+    rmdir(locked.c_str());
+  RunBrowserCommand("itemRight");  // "sub"
+  ASSERT_EQ(BrowserFileList()->at(State().current).name, std::string("sub"));
+  RunBrowserCommand("itemActivate");
+  EXPECT_EQ(State().directory, d + "/");
+  EXPECT_EQ(BrowserFileList()->count(), count);
+  chmod(locked.c_str(), 0755);
+}
+
+// The program itself: a directory on the command line opens the browser,
+// and QUILLA_EXIT_AFTER_THUMBNAILS=1 quits once the thumbnails are made,
+// with the cache closed.
+TEST(BrowserProgram, QuitsAfterItsThumbnailsWithTheCacheOnDisk) {
+  const char *display = std::getenv("QUILLA_TEST_DISPLAY");
+  if (!display || !*display) GTEST_SKIP() << "QUILLA_TEST_DISPLAY not set";
+  TempDir home;
+  const std::string pics = home.file("pics");
+  mkdir(pics.c_str(), 0755);
+  TslPicture p = MakePicture(TSL_RGB, 120, 90);
+  TslParams params;
+  tslDefaultParams(&params);
+  params.format = tslFormatFromExtension("x.png");
+  for (int i = 0; i < 5; ++i)
+    ASSERT_EQ(tslSave((pics + "/p" + std::to_string(i) + ".png").c_str(), &p, &params), TSL_OK);
+  tslFree(&p);
+  WriteFile(home.file("rc"), "Cache.IsActive = True\n");
+  const pid_t pid = fork();
+  if (pid == 0) {
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    setenv("HOME", home.path().c_str(), 1);
+    setenv("DISPLAY", display, 1);
+    setenv("QUILLA_EXIT_AFTER_THUMBNAILS", "1", 1);
+    freopen("/dev/null", "w", stdout);
+    execl(QUILLA_BINARY_DIR "/quilla", "quilla", "-ini", home.file("rc").c_str(), pics.c_str(),
+          static_cast<char *>(nullptr));
+    _exit(127);
+  }
+  int status = -1;
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+  while (waitpid(pid, &status, WNOHANG) == 0) {
+    if (std::chrono::steady_clock::now() > end) {
+      kill(pid, SIGKILL);
+      waitpid(pid, &status, 0);
+      FAIL() << "the program did not quit after its thumbnails";
+    }
+    usleep(20000);
+  }
+  ASSERT_TRUE(WIFEXITED(status));
+  EXPECT_EQ(WEXITSTATUS(status), 0);
+  const std::string db = ReadFile(home.file(".quilla/cache/0.db"));
+  EXPECT_EQ(BigEndian32(db, 16), 5u);
+  // The settings were written as at a Ctrl+Q, with the directory browsed.
+  EXPECT_NE(ReadFile(home.file("rc")).find("PathBrowse = " + pics + "/"), std::string::npos);
+}
+
+}  // namespace
