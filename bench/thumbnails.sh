@@ -7,6 +7,9 @@
 #     processor), without a cache,
 #   - by the loop with the cache: first visit (stores) and second visit
 #     (reads back),
+#   - by the program itself (quilla on the directory, large icons, cache on,
+#     QUILLA_EXIT_AFTER_THUMBNAILS=1): first and second visit, start-up and
+#     window included, when an X server is given (BENCH_DISPLAY or DISPLAY),
 # all in one run, reported as ratios to the djpeg time.
 #
 #   bench/thumbnails.sh                     24 files of 4000x3000, best of 3
@@ -78,6 +81,23 @@ read -r t_one c_one <<<"$(best "$THUMBLOOP" -threads 0 "$PICS")" || exit 1
 read -r t_pool c_pool <<<"$(best "$THUMBLOOP" -threads -1 "$PICS")" || exit 1
 read -r t_first c_first <<<"$(best cache_first)" || exit 1
 read -r t_second c_second <<<"$(best cache_second)" || exit 1
+# The program: a fresh HOME holds its settings (caching on) and its cache.
+QUILLA="$BUILD/quilla"
+XDISPLAY=${BENCH_DISPLAY:-${DISPLAY:-}}
+program_run() {
+  HOME="$WORK/home" DISPLAY="$XDISPLAY" QUILLA_EXIT_AFTER_THUMBNAILS=1 "$QUILLA" -ini "$WORK/home/rc" "$PICS"
+}
+program_first() {
+  rm -rf "$WORK/home"
+  mkdir -p "$WORK/home"
+  printf 'Cache.IsActive = True\nBrowser.IconWidth = 92\nBrowser.IconHeight = 69\n' >"$WORK/home/rc"
+  program_run
+}
+t_prog1=""
+if [ -x "$QUILLA" ] && [ -n "$XDISPLAY" ]; then
+  read -r t_prog1 c_prog1 <<<"$(best program_first)" || exit 1
+  read -r t_prog2 c_prog2 <<<"$(best program_run)" || exit 1
+fi
 workers=$("$THUMBLOOP" -threads -1 -mode 3 "$PICS" | sed 's/.*workers \([0-9]*\).*/\1/')
 
 ratio() { printf '%.2f' "$(echo "$1 / $2" | bc -l)"; }
@@ -90,6 +110,13 @@ row "loop, one thread, no cache" "$t_one" "$c_one"
 row "loop, $workers decode-ahead workers, no cache" "$t_pool" "$c_pool"
 row "loop with cache, first visit (workers)" "$t_first" "$c_first"
 row "loop with cache, second visit" "$t_second" "$c_second"
+if [ -n "$t_prog1" ]; then
+  row "quilla browser, cache on, first visit" "$t_prog1" "$c_prog1"
+  row "quilla browser, cache on, second visit" "$t_prog2" "$c_prog2"
+fi
 echo
 echo "first visit / second visit (wall): $(ratio "$t_first" "$t_second")"
+if [ -n "$t_prog1" ]; then
+  echo "program, first / second visit (wall): $(ratio "$t_prog1" "$t_prog2")"
+fi
 echo "workers / one thread (wall):       $(ratio "$t_pool" "$t_one")"

@@ -9,6 +9,8 @@
 #include <Xm/SelectioB.h>
 #include <Xm/Xm.h>
 
+#include <sys/stat.h>
+
 #include <cstdlib>
 #include <string>
 #include <vector>
@@ -60,7 +62,7 @@ void RemoveChosen(Widget, XtPointer, XtPointer) {
   if (!list) return;
   std::vector<int> rows = SelectedRows(list);
   for (auto it = rows.rbegin(); it != rows.rend(); ++it) Bookmarks().remove(*it - 1);
-  Bookmarks().save();
+  SaveBookmarks();
   FillBookmarks(list);
 }
 
@@ -71,7 +73,7 @@ void RenameAnswered(Widget w, XtPointer client, XtPointer call) {
   if (XmStringGetLtoR(cb->value, const_cast<char *>(XmFONTLIST_DEFAULT_TAG), &text) && text) {
     if (index < Bookmarks().count()) {
       Bookmarks().rename(index, text);
-      Bookmarks().save();
+      SaveBookmarks();
     }
     XtFree(text);
   }
@@ -104,8 +106,13 @@ void RenameChosen(Widget, XtPointer, XtPointer) {
   XtManageChild(box);
 }
 
-void EditorClose(Widget, XtPointer, XtPointer) {
+// Destroyed once the button's callbacks are over, however they were called.
+void DestroyEditor(XtPointer, XtIntervalId *) {
   if (g_editor) XtDestroyWidget(g_editor);
+}
+void EditorClose(Widget w, XtPointer, XtPointer) {
+  if (g_editor) XtPopdown(g_editor);
+  XtAppAddTimeOut(XtWidgetToApplicationContext(w), 0, DestroyEditor, nullptr);
 }
 
 void EditorDestroyed(Widget, XtPointer, XtPointer) { g_editor = nullptr; }
@@ -146,6 +153,14 @@ void CacheAction(Widget w, XtPointer client, XtPointer) {
 }
 
 }  // namespace
+
+void SaveBookmarks() {
+  // The file's directory (~/.quilla) may not exist yet.
+  const std::string &file = Bookmarks().file();
+  const size_t slash = file.rfind('/');
+  if (slash != std::string::npos && slash > 0) mkdir(file.substr(0, slash).c_str(), 0755);
+  Bookmarks().save();
+}
 
 BookmarkList &Bookmarks() {
   if (!g_bookmarks) {

@@ -11,6 +11,8 @@ namespace quilla {
 
 // The user's bookmarks, read from their file on first use.
 BookmarkList &Bookmarks();
+// Writes them when changed, making their directory when missing.
+void SaveBookmarks();
 
 // The bookmark editor "Edit Bookmark..." (one at a time).
 void OpenBookmarkEditor(Widget owner);

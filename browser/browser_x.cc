@@ -1523,7 +1523,7 @@ void DoCommand(Browser *b, const std::string &w) {
     std::string name = dir.size() > 1 ? dir.substr(0, dir.size() - 1) : dir;
     name = name.substr(name.rfind('/') + 1);
     Bookmarks().add(dir, name.empty() ? "/" : name.c_str());
-    Bookmarks().save();
+    SaveBookmarks();
   } else if (w == "editBookmarks") {
     OpenBookmarkEditor(b->shell);
   } else if (w == "about") {

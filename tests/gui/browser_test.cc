@@ -9,6 +9,8 @@
 #include <X11/Intrinsic.h>
 #include <X11/Shell.h>
 #include <X11/Xutil.h>
+#include <Xm/List.h>
+#include <Xm/TextF.h>
 #include <Xm/Xm.h>
 
 #include <sys/prctl.h>
@@ -24,6 +26,7 @@
 #include <string>
 #include <vector>
 
+#include "browser/browser_dialogs_x.h"
 #include "browser/browser_x.h"
 #include "browser/filelist.h"
 #include "core/app_x.h"
@@ -344,6 +347,50 @@ TEST_F(BrowserTest, KeyboardMovesOpensGoesUpAndFindsByName) {
   EXPECT_EQ(BrowserFileList()->at(State().current).name, std::string("sub"));
 }
 
+TEST_F(BrowserTest, DescriptionsAndBookmarksRoundTrip) {
+  Open("QUILLA_TEST_DISPLAY");
+  if (!dpy_) return;
+  const std::string d = MakeDirectory("described");
+  Widget shell = OpenBrowser(App().shell, d.c_str());
+  ASSERT_NE(shell, nullptr);
+  RunBrowserCommand("itemEnd");
+  RunBrowserCommand("itemLeft");  // b.png
+  ASSERT_EQ(BrowserFileList()->at(State().current).name, std::string("b.png"));
+  RunBrowserCommand("describe");
+  Pump();
+  Widget box = XtNameToWidget(shell, "quillDesc");
+  ASSERT_NE(box, nullptr);
+  XmTextFieldSetString(XtNameToWidget(box, "*textDesc"), const_cast<char *>("the red one"));
+  XtCallCallbacks(XtNameToWidget(box, "*buttonOk"), XmNactivateCallback, nullptr);
+  Pump();
+  EXPECT_EQ(ReadFile(d + "/.description"), "\"b.png\" the red one\n");
+  // The column and the sort see it at once: described entries first.
+  RunBrowserCommand("arrangeByDesc");
+  // (Entries without one keep no defined order among themselves.)
+  EXPECT_EQ(BrowserFileList()->at(2).name, std::string("b.png"));
+  EXPECT_EQ(BrowserFileList()->at(2).description, "the red one");
+
+  RunBrowserCommand("addBookmark");
+  const std::string file = Home() + "/.quilla/bookmark.ini";
+  EXPECT_EQ(ReadFile(file), "\"described\"*\"" + d + "/\"\n");
+  RunBrowserCommand("editBookmarks");
+  Pump();
+  Widget editor = ShownBookmarkEditor();
+  ASSERT_NE(editor, nullptr);
+  Widget list = XtNameToWidget(editor, "*scrolledList");
+  int rows = 0;
+  XtVaGetValues(list, XmNitemCount, &rows, nullptr);
+  EXPECT_EQ(rows, 1);
+  XmListSelectPos(list, 1, False);
+  XtCallCallbacks(XtNameToWidget(editor, "*buttonRemove"), XmNactivateCallback, nullptr);
+  XtVaGetValues(list, XmNitemCount, &rows, nullptr);
+  EXPECT_EQ(rows, 0);
+  EXPECT_EQ(ReadFile(file), "");
+  XtCallCallbacks(XtNameToWidget(editor, "*buttonOk"), XmNactivateCallback, nullptr);
+  Pump();
+  EXPECT_EQ(ShownBookmarkEditor(), nullptr);
+}
+
 TEST_F(BrowserTest, UnreadableDirectoryLeavesTheListing) {
   Open("QUILLA_TEST_DISPLAY");
   if (!dpy_) return;
@@ -362,6 +409,105 @@ TEST_F(BrowserTest, UnreadableDirectoryLeavesTheListing) {
   EXPECT_EQ(State().directory, d + "/");
   EXPECT_EQ(BrowserFileList()->count(), count);
   chmod(locked.c_str(), 0755);
+}
+
+// The title of the first top-level window whose title starts with `prefix`
+// ("" when none).
+std::string FindTitle(Display *dpy, const std::string &prefix) {
+  Window root, parent, *children = nullptr;
+  unsigned n = 0;
+  std::string found;
+  if (!XQueryTree(dpy, DefaultRootWindow(dpy), &root, &parent, &children, &n)) return found;
+  for (unsigned i = 0; i < n && found.empty(); ++i) {
+    char *name = nullptr;
+    if (XFetchName(dpy, children[i], &name) && name) {
+      if (std::strncmp(name, prefix.c_str(), prefix.size()) == 0) found = name;
+      XFree(name);
+    }
+  }
+  if (children) XFree(children);
+  return found;
+}
+
+// Runs the program with `args` and a settings file holding `settings`, and
+// returns the browser's title once it shows ("" when it never does).
+std::string BrowserTitleOfRun(const std::vector<std::string> &args, const std::string &settings, int *views = nullptr) {
+  const char *display = std::getenv("QUILLA_TEST_DISPLAY");
+  TempDir home;
+  WriteFile(home.file("rc"), settings);
+  const pid_t pid = fork();
+  if (pid == 0) {
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    setenv("HOME", home.path().c_str(), 1);
+    setenv("DISPLAY", display, 1);
+    if (chdir(home.path().c_str()) != 0) _exit(126);
+    freopen("/dev/null", "w", stdout);
+    std::vector<char *> argv = {const_cast<char *>(QUILLA_BINARY_DIR "/quilla"), const_cast<char *>("-ini"),
+                                const_cast<char *>(strdup(home.file("rc").c_str()))};
+    for (const std::string &a : args) argv.push_back(strdup(a.c_str()));
+    argv.push_back(nullptr);
+    execv(argv[0], argv.data());
+    _exit(127);
+  }
+  Display *dpy = XOpenDisplay(display);
+  std::string title;
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(15);
+  while (dpy && title.empty() && std::chrono::steady_clock::now() < end) {
+    title = FindTitle(dpy, "Quilla Browser - ");
+    if (title.empty()) usleep(20000);
+  }
+  if (dpy && views) {
+    // Views on the pictures, and no start window.
+    usleep(300000);
+    *views = 0;
+    Window root, parent, *children = nullptr;
+    unsigned n = 0;
+    if (XQueryTree(dpy, DefaultRootWindow(dpy), &root, &parent, &children, &n)) {
+      for (unsigned i = 0; i < n; ++i) {
+        XClassHint hint;
+        XWindowAttributes a;
+        if (!XGetClassHint(dpy, children[i], &hint)) continue;
+        if (XGetWindowAttributes(dpy, children[i], &a) && a.map_state == IsViewable) {
+          if (std::strcmp(hint.res_name, "QuillView") == 0) ++*views;
+          if (std::strcmp(hint.res_name, "QuillInit") == 0) *views = -100;
+        }
+        XFree(hint.res_name);
+        XFree(hint.res_class);
+      }
+      if (children) XFree(children);
+    }
+  }
+  if (dpy) XCloseDisplay(dpy);
+  kill(pid, SIGKILL);
+  waitpid(pid, nullptr, 0);
+  return title;
+}
+
+TEST(BrowserProgram, OpensWhereTheCommandLineAndTheSettingsSay) {
+  if (!std::getenv("QUILLA_TEST_DISPLAY") || !*std::getenv("QUILLA_TEST_DISPLAY"))
+    GTEST_SKIP() << "QUILLA_TEST_DISPLAY not set";
+  TempDir place;
+  const std::string a = place.file("a"), b = place.file("b");
+  mkdir(a.c_str(), 0755);
+  mkdir(b.c_str(), 0755);
+  // -browser with the start-up directory of the settings.
+  EXPECT_EQ(BrowserTitleOfRun({"-browser"}, "Browser.StartupIn = 2\nBrowser.StartupDirectory = " + a + "\n"),
+            "Quilla Browser - " + a + "/");
+  // At start-up by the settings, in the directory browsed last.
+  EXPECT_EQ(BrowserTitleOfRun({}, "Start.LaunchBrowserAtStartup = True\nPathBrowse = " + b + "/\n"),
+            "Quilla Browser - " + b + "/");
+  // A directory and two pictures: the browser there and one view on both.
+  TslPicture p = MakePicture(TSL_RGB, 20, 20);
+  TslParams params;
+  tslDefaultParams(&params);
+  params.format = tslFormatFromExtension("x.png");
+  ASSERT_EQ(tslSave(place.file("1.png").c_str(), &p, &params), TSL_OK);
+  ASSERT_EQ(tslSave(place.file("2.png").c_str(), &p, &params), TSL_OK);
+  tslFree(&p);
+  int views = 0;
+  EXPECT_EQ(BrowserTitleOfRun({place.file("1.png"), a, place.file("2.png")}, "", &views),
+            "Quilla Browser - " + a + "/");
+  EXPECT_EQ(views, 1);
 }
 
 // The program itself: a directory on the command line opens the browser,
