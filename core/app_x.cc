@@ -172,6 +172,11 @@ Widget OpenStartWindow(Widget parent) {
   XtVaSetValues(menu, XmNtopAttachment, XmATTACH_FORM, XmNleftAttachment, XmATTACH_FORM, XmNrightAttachment,
                 XmATTACH_FORM, nullptr);
   XtManageChild(menu);
+  // Wide enough for every menu on one row, Help at the right.
+  Dimension width = 0;
+  XtVaGetValues(form, XmNwidth, &width, nullptr);
+  const int needed = MenuBarNeededWidth(menu);
+  if (needed > width) XtVaSetValues(form, XmNwidth, static_cast<Dimension>(needed), nullptr);
   XmString s = Text("Open pictures with File > Open (Ctrl+O),\nor name them on the command line.");
   XtVaCreateManagedWidget("label", xmLabelWidgetClass, form, XmNlabelString, s, XmNtopAttachment,
                           XmATTACH_WIDGET, XmNtopWidget, menu, XmNleftAttachment, XmATTACH_FORM,

@@ -326,6 +326,20 @@ Widget CreateViewMenuBar(Widget parent) {
   return bar;
 }
 
+int MenuBarNeededWidth(Widget bar) {
+  WidgetList kids = nullptr;
+  Cardinal n = 0;
+  int sum = 0;
+  XtVaGetValues(bar, XmNchildren, &kids, XmNnumChildren, &n, nullptr);
+  for (Cardinal k = 0; k < n; ++k)
+    if (XtIsManaged(kids[k])) {
+      XtWidgetGeometry pref;
+      XtQueryGeometry(kids[k], nullptr, &pref);
+      sum += pref.width + 2;
+    }
+  return sum;
+}
+
 Widget CreateViewPopupMenu(Widget parent) {
   Widget popup = XmCreatePopupMenu(parent, const_cast<char *>("MenuPopup"), nullptr, 0);
   for (const MenuDef &def : kMenus) {

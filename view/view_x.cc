@@ -1094,21 +1094,7 @@ bool CreateWindow(ViewRecord *v, Widget parent) {
     if (bar && XtIsManaged(bar) && XtQueryGeometry(bar, nullptr, &pref) != XtGeometryNo)
       v->min_area_w = std::max<int>(v->min_area_w, pref.width);
   }
-  // The menu bar's preferred width leaves out the room its Help entry
-  // needs on the right: count the entries' own widths.
-  if (v->menu) {
-    WidgetList kids = nullptr;
-    Cardinal n = 0;
-    int sum = 0;
-    XtVaGetValues(v->menu, XmNchildren, &kids, XmNnumChildren, &n, nullptr);
-    for (Cardinal k = 0; k < n; ++k)
-      if (XtIsManaged(kids[k])) {
-        XtWidgetGeometry pref;
-        XtQueryGeometry(kids[k], nullptr, &pref);
-        sum += pref.width + 2;
-      }
-    v->min_area_w = std::max(v->min_area_w, sum);
-  }
+  if (v->menu) v->min_area_w = std::max(v->min_area_w, MenuBarNeededWidth(v->menu));
 
   // The first size: the fit decides; before the window exists the chrome is
   // estimated.

@@ -40,6 +40,9 @@ void RunViewCommand(Widget w, const char *word);
 // The menus of a view, also used by the empty start window: a menu bar
 // (named "MenuBar") under `parent`, with keyboard accelerators.
 Widget CreateViewMenuBar(Widget parent);
+// The width a menu bar needs to show its entries on one row with Help at
+// the right (its own preferred width leaves Help's room out).
+int MenuBarNeededWidth(Widget bar);
 
 // Number of open views.
 int ViewCount();

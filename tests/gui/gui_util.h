@@ -2,11 +2,67 @@
 #ifndef QUILLA_TESTS_GUI_UTIL_H
 #define QUILLA_TESTS_GUI_UTIL_H
 
+#include <gtest/gtest.h>
+
+#include <X11/Shell.h>
 #include <Xm/Xm.h>
 
+#include <cstdlib>
+#include <map>
 #include <string>
 
+#include "core/app_x.h"
+
 namespace guitest {
+
+// One X server of the tests, as the program would hold it.
+struct TestServer {
+  std::string name;
+  Display *dpy = nullptr;
+  Widget shell = nullptr;   // the application shell, never mapped
+  Widget keeper = nullptr;  // a realised start window: the last view's close does not quit
+};
+
+// The server named by the environment variable `env` (QUILLA_TEST_DISPLAY
+// or QUILLA_TEST_DISPLAY8), or nullptr when it is unset.  One application
+// context with the program's actions serves the whole test program, and
+// one connection per server, made on first use and never closed: Motif
+// keeps per-display caches that do not survive closing a display.  The
+// application record App() is pointed at the server.
+inline const TestServer *UseTestServer(const char *env) {
+  const char *name = std::getenv(env);
+  if (!name || !*name) return nullptr;
+  static XtAppContext app = nullptr;
+  if (!app) {
+    XtToolkitInitialize();
+    app = XtCreateApplicationContext();
+    quilla::RegisterActions(app);
+  }
+  static std::map<std::string, TestServer> servers;
+  TestServer &s = servers[name];
+  if (!s.dpy) {
+    int argc = 0;
+    s.name = name;
+    s.dpy = XtOpenDisplay(app, name, "quilla", "Quilla", nullptr, 0, &argc, nullptr);
+    if (!s.dpy) {
+      ADD_FAILURE() << "cannot open " << name;
+      servers.erase(name);
+      return nullptr;
+    }
+    s.shell = XtVaAppCreateShell("quilla", "Quilla", applicationShellWidgetClass, s.dpy, XmNmappedWhenManaged, False,
+                                 XmNwidth, 10, XmNheight, 10, nullptr);
+    XtRealizeWidget(s.shell);
+    s.keeper = XtVaCreatePopupShell("QuillInit", topLevelShellWidgetClass, s.shell, XmNwidth, 10, XmNheight, 10,
+                                    nullptr);
+    XtRealizeWidget(s.keeper);
+  }
+  quilla::App().app = app;
+  quilla::App().dpy = s.dpy;
+  quilla::App().screen = DefaultScreen(s.dpy);
+  quilla::App().shell = s.shell;
+  quilla::App().main_window = nullptr;
+  return &s;
+}
 
 // The text of a compound string, separators as "\n".
 inline std::string XmText(XmString s) {

@@ -74,28 +74,10 @@ std::string WriteBig(const std::string &path) {
 class CentralLoad : public ::testing::Test {
  protected:
   void SetUp() override {
-    const char *name = std::getenv("QUILLA_TEST_DISPLAY");
-    if (!name || !*name) GTEST_SKIP() << "QUILLA_TEST_DISPLAY unset (scripts/test starts the X servers)";
-    // One connection and application shell for the whole program: Motif
-    // keeps per-display caches that do not survive closing a display.
-    static XtAppContext app = nullptr;
-    static Widget shell = nullptr;
-    if (!app) {
-      XtToolkitInitialize();
-      app = XtCreateApplicationContext();
-      int argc = 0;
-      Display *dpy = XtOpenDisplay(app, name, "quilla", "Quilla", nullptr, 0, &argc, nullptr);
-      ASSERT_NE(dpy, nullptr) << "cannot open " << name;
-      shell = XtVaAppCreateShell("quilla", "Quilla", applicationShellWidgetClass, dpy, XmNwidth, 200, XmNheight, 100,
-                                 nullptr);
-      XtRealizeWidget(shell);
-    }
-    shell_ = shell;
-    dpy_ = XtDisplay(shell);
-    App().app = app;
-    App().dpy = dpy_;
-    App().shell = shell_;
-    App().main_window = nullptr;
+    const guitest::TestServer *server = guitest::UseTestServer("QUILLA_TEST_DISPLAY");
+    if (!server) GTEST_SKIP() << "QUILLA_TEST_DISPLAY unset (scripts/test starts the X servers)";
+    shell_ = server->shell;
+    dpy_ = server->dpy;
     quilla::ReadSettingsFile(&quilla::Settings(), dir_.file("none.rc"));  // every default
     quilla::SetDialogHook(Trampoline);
     ASSERT_FALSE(WriteBig(big_).empty());

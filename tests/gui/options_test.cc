@@ -85,36 +85,9 @@ class OptionsTest : public ::testing::Test {
 
  protected:
   void Open(const char *env) {
-    const char *name = std::getenv(env);
-    if (!name || !*name) GTEST_SKIP() << env << " not set (scripts/test starts the X servers)";
-    static XtAppContext app = nullptr;
-    if (!app) {
-      XtToolkitInitialize();
-      app = XtCreateApplicationContext();
-      RegisterActions(app);
-    }
-    // One connection and shell per server for the whole program (Motif's
-    // per-display caches do not survive closing a display).
-    static std::map<std::string, std::pair<Display *, Widget>> conns;
-    auto &c = conns[name];
-    if (!c.first) {
-      int argc = 0;
-      c.first = XtOpenDisplay(app, name, "quilla", "Quilla", nullptr, 0, &argc, nullptr);
-      ASSERT_NE(c.first, nullptr);
-      c.second = XtVaAppCreateShell("quilla", "Quilla", applicationShellWidgetClass, c.first, XmNmappedWhenManaged,
-                                    False, XmNwidth, 10, XmNheight, 10, nullptr);
-      XtRealizeWidget(c.second);
-      // A realised start window keeps the last view's close from quitting.
-      Widget keeper = XtVaCreatePopupShell("QuillInit", topLevelShellWidgetClass, c.second, XmNwidth, 10, XmNheight,
-                                           10, nullptr);
-      XtRealizeWidget(keeper);
-    }
-    dpy_ = c.first;
-    App().app = app;
-    App().dpy = dpy_;
-    App().screen = DefaultScreen(dpy_);
-    App().shell = c.second;
-    App().main_window = nullptr;
+    const guitest::TestServer *server = guitest::UseTestServer(env);
+    if (!server) GTEST_SKIP() << env << " not set (scripts/test starts the X servers)";
+    dpy_ = server->dpy;
     InitVisual(dpy_, App().screen, -1, false);
     ReadSettingsFile(&Settings(), rc_);
   }

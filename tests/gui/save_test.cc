@@ -56,31 +56,11 @@ bool Set(Widget shell, const char *name) {
 class CentralSave : public ::testing::Test {
  protected:
   void Open(const char *env) {
-    const char *name = std::getenv(env);
-    if (!name || !*name) GTEST_SKIP() << env << " not set (scripts/test starts the X servers)";
     if (!testutil::HaveTool("xdotool")) GTEST_SKIP() << "xdotool is needed to type into the dialogs";
-    static XtAppContext app = nullptr;
-    if (!app) {
-      XtToolkitInitialize();
-      app = XtCreateApplicationContext();
-    }
-    // One connection and application shell per server for the whole program.
-    static std::map<std::string, Widget> shells;
-    Widget &shell = shells[name];
-    if (!shell) {
-      int argc = 0;
-      Display *dpy = XtOpenDisplay(app, name, "quilla", "Quilla", nullptr, 0, &argc, nullptr);
-      ASSERT_NE(dpy, nullptr) << "cannot open " << name;
-      shell = XtVaAppCreateShell("quilla", "Quilla", applicationShellWidgetClass, dpy, XmNwidth, 200, XmNheight, 100,
-                                 nullptr);
-      XtRealizeWidget(shell);
-    }
-    display_name_ = name;
-    shell_ = shell;
-    App().app = app;
-    App().dpy = XtDisplay(shell);
-    App().shell = shell;
-    App().main_window = nullptr;
+    const guitest::TestServer *server = guitest::UseTestServer(env);
+    if (!server) GTEST_SKIP() << env << " not set (scripts/test starts the X servers)";
+    display_name_ = server->name;
+    shell_ = server->shell;
     quilla::ReadSettingsFile(&quilla::Settings(), dir_.file("none.rc"));  // every default
     quilla::SetDialogHook(Trampoline);
     // Message boxes are answered with Return; their texts are kept.

@@ -39,42 +39,12 @@ SelectorTest *g_test = nullptr;
 class SelectorTest : public ::testing::Test {
  protected:
   void Open(const char *env) {
-    const char *name = std::getenv(env);
-    if (!name || !*name) GTEST_SKIP() << env << " not set (scripts/test starts the X servers)";
     if (std::system("command -v xdotool >/dev/null 2>&1") != 0) GTEST_SKIP() << "xdotool is not installed";
-    static XtAppContext app = nullptr;
-    if (!app) {
-      XtToolkitInitialize();
-      app = XtCreateApplicationContext();
-      RegisterActions(app);
-    }
-    // One connection per server for the whole program: Motif keeps
-    // per-display caches that do not survive closing a display.
-    struct Conn {
-      Display *dpy;
-      Widget shell, keeper;
-    };
-    static std::map<std::string, Conn> conns;
-    Conn &c = conns[name];
-    if (!c.dpy) {
-      int argc = 0;
-      c.dpy = XtOpenDisplay(app, name, "quilla", "Quilla", nullptr, 0, &argc, nullptr);
-      ASSERT_NE(c.dpy, nullptr);
-      c.shell = XtVaAppCreateShell("quilla", "Quilla", applicationShellWidgetClass, c.dpy, XmNmappedWhenManaged,
-                                   False, XmNwidth, 10, XmNheight, 10, nullptr);
-      XtRealizeWidget(c.shell);
-      c.keeper = XtVaCreatePopupShell("QuillInit", topLevelShellWidgetClass, c.shell, XmNwidth, 10, XmNheight, 10,
-                                      nullptr);
-      XtRealizeWidget(c.keeper);
-    }
-    display_ = name;
-    dpy_ = c.dpy;
-    owner_ = c.keeper;
-    App().app = app;
-    App().dpy = dpy_;
-    App().screen = DefaultScreen(dpy_);
-    App().shell = c.shell;
-    App().main_window = nullptr;
+    const guitest::TestServer *server = guitest::UseTestServer(env);
+    if (!server) GTEST_SKIP() << env << " not set (scripts/test starts the X servers)";
+    display_ = server->name;
+    dpy_ = server->dpy;
+    owner_ = server->keeper;
     App().start_dir = dir_.path();
     InitVisual(dpy_, App().screen, -1, false);
     ReadSettingsFile(&Settings(), dir_.file("none.rc"));

@@ -33,41 +33,9 @@ using namespace quilla;
 class ViewTest : public ::testing::Test {
  protected:
   void Open(const char *env) {
-    const char *name = std::getenv(env);
-    if (!name || !*name) GTEST_SKIP() << env << " not set (scripts/test starts the X servers)";
-    static XtAppContext app = nullptr;
-    if (!app) {
-      XtToolkitInitialize();
-      app = XtCreateApplicationContext();
-      RegisterActions(app);
-    }
-    // One connection and one application shell per server for the whole
-    // program: Motif keeps per-display caches that do not survive closing
-    // a display and opening it again.
-    struct Conn {
-      Display *dpy;
-      Widget shell, keeper;
-    };
-    static std::map<std::string, Conn> conns;
-    Conn &c = conns[name];
-    if (!c.dpy) {
-      int argc = 0;
-      c.dpy = XtOpenDisplay(app, name, "quilla", "Quilla", nullptr, 0, &argc, nullptr);
-      ASSERT_NE(c.dpy, nullptr);
-      c.shell = XtVaAppCreateShell("quilla", "Quilla", applicationShellWidgetClass, c.dpy, XmNmappedWhenManaged,
-                                   False, XmNwidth, 10, XmNheight, 10, nullptr);
-      XtRealizeWidget(c.shell);
-      // A realised start window keeps the last view's close from quitting.
-      c.keeper = XtVaCreatePopupShell("QuillInit", topLevelShellWidgetClass, c.shell, XmNwidth, 10, XmNheight, 10,
-                                      nullptr);
-      XtRealizeWidget(c.keeper);
-    }
-    dpy_ = c.dpy;
-    App().app = app;
-    App().dpy = dpy_;
-    App().screen = DefaultScreen(dpy_);
-    App().shell = c.shell;
-    App().main_window = nullptr;
+    const guitest::TestServer *server = guitest::UseTestServer(env);
+    if (!server) GTEST_SKIP() << env << " not set (scripts/test starts the X servers)";
+    dpy_ = server->dpy;
     InitVisual(dpy_, App().screen, -1, false);
     ReadSettingsFile(&Settings(), dir_.file("none.rc"));
   }

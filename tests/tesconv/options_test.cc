@@ -287,3 +287,38 @@ TEST(TesconvOptions, FormatOptionsReachTheSaveParameters) {
 
 }  // namespace
 }  // namespace quilla
+
+namespace quilla {
+namespace {
+
+// The format options reach the library's parameters; "-dpi" stays the
+// Set DPI operation of the scripts.
+TEST(TesconvOptions, FormatSettingsReachTheParameters) {
+  ConvOptions opt;
+  std::string error;
+  ASSERT_TRUE(ParseCommandLine(SplitWords("-psdpi 144 -pspage 612x792 -grobbpp 2 -hp49 -dpx10 -dpi 300 300 "
+                                          "-out dpx a.ps"),
+                               &opt, &error))
+      << error;
+  TslParams load, save;
+  LoadParams(opt, &load);
+  EXPECT_EQ(load.ps_dpi, 144);
+  EXPECT_EQ(load.ps_page_width, 612);
+  EXPECT_EQ(load.ps_page_height, 792);
+  EXPECT_EQ(load.grob_bpp, 2);
+  TslPicture pic{};
+  SaveParams(opt, pic, &save);
+  EXPECT_EQ(save.hp49_header, 1);
+  EXPECT_EQ(save.dpx_10bits, 1);
+  ASSERT_EQ(opt.ops.size(), 1u);
+  EXPECT_STREQ(OpCatalogue()[opt.ops[0].index].option, "-dpi");
+  for (const char *bad : {"-psdpi 5 a.ps", "-pspage 612 a.ps", "-pspage 0x792 a.ps", "-pspage 99999x1 a.ps",
+                          "-grobbpp 9 a.grob"}) {
+    ConvOptions o;
+    EXPECT_FALSE(ParseCommandLine(SplitWords(bad), &o, &error)) << bad;
+    EXPECT_FALSE(error.empty()) << bad;
+  }
+}
+
+}  // namespace
+}  // namespace quilla

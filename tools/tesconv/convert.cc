@@ -139,11 +139,11 @@ int CompressionFor(const ConvOptions &opt, int format) {
   const std::string &c = opt.compress;
   const std::string name = tslFormatGetName(format);
   // Defaults every other program reads: PNG deflated at zlib's own level 6;
-  // PCX, DCX and IFF ILBM run-length encoded (uncompressed ones are rare and
-  // some readers refuse them); TIFF with LZW, which every TIFF reader knows.
+  // PCX, DCX, IFF ILBM and Softimage run-length encoded (uncompressed ones
+  // are rare and some readers refuse them); TIFF with LZW, which every TIFF reader knows.
   if (c.empty()) {
     if (name == "png") return 6;
-    if (name == "pcx" || name == "dcx" || name == "iff") return 1;
+    if (name == "pcx" || name == "dcx" || name == "iff" || name == "soft") return 1;
     if (name == "tiff") return TSL_TIFF_LZW;
     return 0;
   }
@@ -177,6 +177,10 @@ void LoadParams(const ConvOptions &opt, TslParams *params) {
   else if (!opt.corder.empty()) params->channel_type = TSL_CHANNEL_INTERLEAVED;
   if (opt.ctype == "grey") params->channel_type = TSL_CHANNEL_GREY;
   if (opt.pcd_base >= 0) params->pcd_base = opt.pcd_base;
+  params->ps_dpi = opt.ps_dpi;
+  params->ps_page_width = opt.ps_page_width;
+  params->ps_page_height = opt.ps_page_height;
+  if (opt.grob_bpp > 0) params->grob_bpp = opt.grob_bpp;
   params->target_width = opt.target_width;
   params->target_height = opt.target_height;
 }
@@ -189,6 +193,8 @@ void SaveParams(const ConvOptions &opt, const TslPicture &picture, TslParams *pa
   if (opt.quality > 0) params->quality = opt.quality;
   params->compression = CompressionFor(opt, opt.out_format);
   params->progressive = opt.progressive ? 1 : 0;
+  params->hp49_header = opt.hp49 ? 1 : 0;
+  params->dpx_10bits = opt.dpx10 ? 1 : 0;
   params->gif87a_header = opt.gif87a ? 1 : 0;
   params->os2_header = opt.os2 ? 1 : 0;
   params->ppm_ascii = opt.ascii ? 1 : 0;

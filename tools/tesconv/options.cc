@@ -2,6 +2,7 @@
 // catalogue operations, in any order before the files.
 #include <cerrno>
 #include <climits>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -203,6 +204,31 @@ bool ParseCommandLine(const std::vector<std::string> &args, ConvOptions *opt, st
       if (!ParseIntArg(args, i + 1, "-npcd", 0, 6, &v, error)) return false;
       opt->pcd_base = static_cast<int>(v);
       i += 2;
+    } else if (a == "-psdpi") {
+      if (!ParseIntArg(args, i + 1, "-psdpi", 10, 2400, &v, error)) return false;
+      opt->ps_dpi = static_cast<int>(v);
+      i += 2;
+    } else if (a == "-pspage") {
+      unsigned w = 0, h = 0;
+      char end = 0;
+      if (i + 1 >= args.size() || std::sscanf(args[i + 1].c_str(), "%ux%u%c", &w, &h, &end) != 2 || w > 20000 ||
+          h > 20000 || (w == 0) != (h == 0)) {
+        *error = "-pspage: expected WIDTHxHEIGHT in points (0x0: the document's own box)";
+        return false;
+      }
+      opt->ps_page_width = static_cast<int>(w);
+      opt->ps_page_height = static_cast<int>(h);
+      i += 2;
+    } else if (a == "-grobbpp") {
+      if (!ParseIntArg(args, i + 1, "-grobbpp", 1, 8, &v, error)) return false;
+      opt->grob_bpp = static_cast<int>(v);
+      i += 2;
+    } else if (a == "-hp49") {
+      opt->hp49 = true;
+      ++i;
+    } else if (a == "-dpx10") {
+      opt->dpx10 = true;
+      ++i;
     } else if (a == "-q" || a == "-quality") {
       if (!ParseIntArg(args, i + 1, a.c_str(), 1, 100, &v, error)) return false;
       opt->quality = static_cast<int>(v);

@@ -41,6 +41,10 @@ struct ConvOptions {
   std::string ctype;          // grey, rgb, bgr, rgba, abgr, cmy, cmyk ("" = library default)
   std::string corder;         // inter, seq, sep
   int pcd_base = -1;
+  // PostScript, EPS and PDF (-psdpi N, -pspage WxH in points, 0x0 = the
+  // document's own box) and GROB planes read as grey levels (-grobbpp N).
+  int ps_dpi = 72, ps_page_width = 0, ps_page_height = 0;
+  int grob_bpp = -1;
 
   // Reduced loading (-thumb WxH): fit while loading, never enlarge.
   int target_width = 0, target_height = 0;
@@ -51,6 +55,8 @@ struct ConvOptions {
   std::string compress;       // -compress N or a method name, resolved per output format
   bool gif87a = false, os2 = false, ascii = false, optimize = false;
   int transparent = -1;       // -transparent N
+  bool hp49 = false;          // -hp49: GROB written with the HP49 header
+  bool dpx10 = false;         // -dpx10: DPX written with 10-bit samples
 
   OpProcessList ops;          // picture operations, in command-line order
   std::vector<std::string> files;
