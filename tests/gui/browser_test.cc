@@ -32,6 +32,7 @@
 #include "core/app_x.h"
 #include "core/display_x.h"
 #include "core/settings.h"
+#include "gui_util.h"
 #include "test_util.h"
 #include "view/view_x.h"
 
@@ -66,39 +67,10 @@ uint32_t BigEndian32(const std::string &bytes, size_t at) {
 class BrowserTest : public ::testing::Test {
  protected:
   void Open(const char *env) {
-    const char *name = std::getenv(env);
-    if (!name || !*name) GTEST_SKIP() << env << " not set (scripts/test starts the X servers)";
+    const guitest::TestServer *server = guitest::UseTestServer(env);
+    if (!server) GTEST_SKIP() << env << " not set (scripts/test starts the X servers)";
     Home();
-    static XtAppContext app = nullptr;
-    if (!app) {
-      XtToolkitInitialize();
-      app = XtCreateApplicationContext();
-      RegisterActions(app);
-    }
-    struct Conn {
-      Display *dpy;
-      Widget shell, keeper;
-    };
-    static std::map<std::string, Conn> conns;
-    Conn &c = conns[name];
-    if (!c.dpy) {
-      int argc = 0;
-      c.dpy = XtOpenDisplay(app, name, "quilla", "Quilla", nullptr, 0, &argc, nullptr);
-      ASSERT_NE(c.dpy, nullptr);
-      c.shell = XtVaAppCreateShell("quilla", "Quilla", applicationShellWidgetClass, c.dpy, XmNmappedWhenManaged,
-                                   False, XmNwidth, 10, XmNheight, 10, nullptr);
-      XtRealizeWidget(c.shell);
-      // A start window keeps closing the browser from quitting.
-      c.keeper = XtVaCreatePopupShell("QuillInit", topLevelShellWidgetClass, c.shell, XmNwidth, 10, XmNheight, 10,
-                                      nullptr);
-      XtRealizeWidget(c.keeper);
-    }
-    dpy_ = c.dpy;
-    App().app = app;
-    App().dpy = dpy_;
-    App().screen = DefaultScreen(dpy_);
-    App().shell = c.shell;
-    App().main_window = nullptr;
+    dpy_ = server->dpy;
     App().start_dir = dir_.path();
     InitVisual(dpy_, App().screen, -1, false);
     ReadSettingsFile(&Settings(), dir_.file("none.rc"));
@@ -389,6 +361,23 @@ TEST_F(BrowserTest, DescriptionsAndBookmarksRoundTrip) {
   XtCallCallbacks(XtNameToWidget(editor, "*buttonOk"), XmNactivateCallback, nullptr);
   Pump();
   EXPECT_EQ(ShownBookmarkEditor(), nullptr);
+}
+
+// The views' browseFiles opens the browser in the directory browsed last,
+// and a second opening with a directory moves the one browser there.
+TEST_F(BrowserTest, BrowseFilesOpensOneBrowserWhereItWasLast) {
+  Open("QUILLA_TEST_DISPLAY");
+  if (!dpy_) return;
+  const std::string d = MakeDirectory("last");
+  std::strcpy(Settings().PathBrowse, (d + "/sub/").c_str());
+  RunViewCommand(App().shell, "browseFiles");
+  Pump();
+  EXPECT_EQ(State().directory, d + "/sub/");
+  const Widget first = State().shell;
+  EXPECT_EQ(OpenBrowser(App().shell, d.c_str()), first);
+  EXPECT_EQ(State().directory, d + "/");
+  EXPECT_EQ(OpenBrowser(App().shell, nullptr), first);  // raised, where it is
+  EXPECT_EQ(State().directory, d + "/");
 }
 
 TEST_F(BrowserTest, UnreadableDirectoryLeavesTheListing) {
