@@ -1136,6 +1136,22 @@ void ScrollBy(Browser *b, int dy) {
   Redraw(b);
 }
 
+// A click on a column title sorts by that column; a second one reverses.
+void ClickTitle(Browser *b, int x) {
+  static const int kKeyOfColumn[][2] = {{0, kSortName},         {kColumnSize, kSortSize}, {kColumnType, kSortType},
+                                        {kColumnDate, kSortDate}, {kColumnDesc, kSortDescription}};
+  for (const LayoutColumn &c : b->layout.columns()) {
+    if (x < c.x || x >= c.x + c.width) continue;
+    for (const auto &k : kKeyOfColumn)
+      if (k[0] == c.bit) {
+        const int same = (b->sort & 0x7f) == k[1];
+        Resort(b, k[1] | (same ? (b->sort & kSortReverse) ^ kSortReverse : (b->sort & kSortReverse)));
+        SyncMenus(b);
+      }
+    return;
+  }
+}
+
 void CanvasEvent(Widget, XtPointer client, XEvent *ev, Boolean *) {
   auto *b = static_cast<Browser *>(client);
   if (ev->type == Expose && ev->xexpose.window == b->canvas) {
@@ -1149,9 +1165,11 @@ void CanvasEvent(Widget, XtPointer client, XEvent *ev, Boolean *) {
     ScrollBy(b, (be.button == Button4 ? -1 : 1) * b->layout.cellHeight());
     return;
   }
-  const int pos = be.y < b->layout.titleHeight()
-                      ? -1
-                      : b->layout.hit(be.x + b->hscroll, be.y - b->layout.titleHeight() + b->scroll);
+  if (be.y < b->layout.titleHeight()) {
+    if (be.button == Button1) ClickTitle(b, be.x + b->hscroll);
+    return;
+  }
+  const int pos = b->layout.hit(be.x + b->hscroll, be.y - b->layout.titleHeight() + b->scroll);
   if (be.button == Button3) {
     if (pos >= 0 && !b->list.at(pos).selected) SetCurrent(b, pos, true);
     if (b->popup) {

@@ -319,6 +319,41 @@ TEST_F(BrowserTest, KeyboardMovesOpensGoesUpAndFindsByName) {
   EXPECT_EQ(BrowserFileList()->at(State().current).name, std::string("sub"));
 }
 
+TEST_F(BrowserTest, ClickSelectsAndDoubleClickEnters) {
+  Open("QUILLA_TEST_DISPLAY");
+  if (!dpy_) return;
+  if (std::system("command -v xdotool >/dev/null 2>&1") != 0) GTEST_SKIP() << "xdotool is not installed";
+  const std::string d = MakeDirectory("mouse");
+  Settings().Browser.Viewas = kViewList;
+  Widget shell = OpenBrowser(App().shell, d.c_str());
+  ASSERT_NE(shell, nullptr);
+  ASSERT_TRUE(RunUntil([&] {
+    XWindowAttributes a;
+    return XGetWindowAttributes(dpy_, XtWindow(shell), &a) && a.map_state == IsViewable;
+  }));
+  const BrowserState st = State();
+  ASSERT_EQ(st.current, 0);
+  // The middle of row `row` on the screen.
+  auto row_at = [&](int row, int *x, int *y) {
+    Window child;
+    XTranslateCoordinates(dpy_, st.canvas, DefaultRootWindow(dpy_), st.cell_x + 60,
+                          st.cell_y + row * st.cell_h + st.cell_h / 2, x, y, &child);
+  };
+  const std::string xdo = std::string("DISPLAY=") + DisplayString(dpy_) + " xdotool ";
+  int x, y;
+  row_at(3, &x, &y);  // b.png
+  ASSERT_EQ(std::system((xdo + "mousemove " + std::to_string(x) + " " + std::to_string(y) + " click 1").c_str()), 0);
+  RunUntil([&] { return State().current == 3; });
+  EXPECT_EQ(State().current, 3);
+  EXPECT_EQ(ViewCount(), 0);  // one click only selects
+  row_at(1, &x, &y);  // sub
+  ASSERT_EQ(std::system((xdo + "mousemove " + std::to_string(x) + " " + std::to_string(y) +
+                         " click --repeat 2 --delay 80 1").c_str()),
+            0);
+  RunUntil([&] { return State().directory == d + "/sub/"; });
+  EXPECT_EQ(State().directory, d + "/sub/");
+}
+
 TEST_F(BrowserTest, DescriptionsAndBookmarksRoundTrip) {
   Open("QUILLA_TEST_DISPLAY");
   if (!dpy_) return;
