@@ -32,6 +32,10 @@ if(EXISTS ${CMAKE_CURRENT_SOURCE_DIR}/main/quilla.cc)
   install(TARGETS quilla RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 endif()
 
+# How long a key waits while the browser makes thumbnails (bench/thumbnails.sh).
+add_executable(keylatency ${CMAKE_CURRENT_SOURCE_DIR}/bench/keylatency.cc)
+target_link_libraries(keylatency PRIVATE quilla_x)
+
 # GUI tests: they run against the Xvfb that scripts/test starts
 # (QUILLA_TEST_DISPLAY, QUILLA_TEST_DISPLAY8).
 function(quilla_gui_tests)

@@ -10,6 +10,7 @@
 #   - by the program itself (quilla on the directory, large icons, cache on,
 #     QUILLA_EXIT_AFTER_THUMBNAILS=1): first and second visit, start-up and
 #     window included, when an X server is given (BENCH_DISPLAY or DISPLAY),
+#     and how long a key press waits while its thumbnails are made,
 # all in one run, reported as ratios to the djpeg time.
 #
 #   bench/thumbnails.sh                     24 files of 4000x3000, best of 3
@@ -94,9 +95,14 @@ program_first() {
   program_run
 }
 t_prog1=""
+keys=""
 if [ -x "$QUILLA" ] && [ -n "$XDISPLAY" ]; then
   read -r t_prog1 c_prog1 <<<"$(best program_first)" || exit 1
   read -r t_prog2 c_prog2 <<<"$(best program_run)" || exit 1
+  # A Right key every 100 ms while the thumbnails are made (no cache).
+  if [ -x "$BUILD/keylatency" ]; then
+    keys=$(HOME="$WORK/home" "$BUILD/keylatency" "$XDISPLAY" "$PICS")
+  fi
 fi
 workers=$("$THUMBLOOP" -threads -1 -mode 3 "$PICS" | sed 's/.*workers \([0-9]*\).*/\1/')
 
@@ -118,5 +124,9 @@ echo
 echo "first visit / second visit (wall): $(ratio "$t_first" "$t_second")"
 if [ -n "$t_prog1" ]; then
   echo "program, first / second visit (wall): $(ratio "$t_prog1" "$t_prog2")"
+fi
+if [ -n "$keys" ]; then
+  read -r _ n _ median _ worst _ <<<"$keys"
+  echo "key press during the loop: $n presses, median $median ms, longest $worst ms"
 fi
 echo "workers / one thread (wall):       $(ratio "$t_pool" "$t_one")"

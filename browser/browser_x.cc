@@ -550,15 +550,18 @@ void UpdatePreview(Browser *b) {
   const bool fit = Settings().Browser.FitPreviewWindow;
   TslPicture pic{};
   TslFileInfo info{};
-  const int tw = std::max(1, static_cast<int>(pw * factor)), th = std::max(1, static_cast<int>(ph * factor));
+  // Fitted, or at most twice the pane (its middle shown): a reduced decode
+  // either way, so resting on a large photo costs little.
+  const double scale = factor * (fit ? 1 : 2);
+  const int tw = std::max(1, static_cast<int>(pw * scale)), th = std::max(1, static_cast<int>(ph * scale));
   bool shown = false;
   if (!(e.state & kStateUnreadable) &&
-      ThumbnailLoad(path.c_str(), &pic, &info, fit ? tw : std::max(tw, 4096), fit ? th : std::max(th, 4096),
-                    Settings().Browser.RecognizeByExt) == TSL_OK) {
+      ThumbnailLoad(path.c_str(), &pic, &info, tw, th, Settings().Browser.RecognizeByExt) == TSL_OK) {
     const Pixmap p = PictureToPixmap(b->display, b->preview_canvas, &pic);
     if (p) {
       const int w = static_cast<int>(pic.width), h = static_cast<int>(pic.height);
-      XCopyArea(dpy, p, pm, b->gc, 0, 0, w, h, std::max(0, (pw - w) / 2), std::max(0, (ph - h) / 2));
+      XCopyArea(dpy, p, pm, b->gc, std::max(0, (w - pw) / 2), std::max(0, (h - ph) / 2), std::min<int>(w, pw),
+                std::min<int>(h, ph), std::max(0, (pw - w) / 2), std::max(0, (ph - h) / 2));
       XFreePixmap(dpy, p);
       shown = true;
     }
