@@ -31,6 +31,7 @@
 #include "browser/filelist.h"
 #include "core/app_x.h"
 #include "core/display_x.h"
+#include "core/options_x.h"
 #include "core/settings.h"
 #include "gui_util.h"
 #include "test_util.h"
@@ -271,6 +272,38 @@ TEST_F(BrowserTest, CacheIsWrittenAtCloseAndServesTheNextVisit) {
   ASSERT_TRUE(RunUntil([&] { return LoopDone(); }));
   EXPECT_EQ(State().thumbnails, 2);
   EXPECT_TRUE(CanvasShowsRed());
+
+  // The Options dialog's cache page lists the directory with its count,
+  // and "Delete All" empties the cache.
+  OpenOptions(State().shell);
+  Pump();
+  Widget options = ShownOptions();
+  ASSERT_NE(options, nullptr);
+  Widget list = XtNameToWidget(options, "*PCache*scrolledList");
+  ASSERT_NE(list, nullptr);
+  XmStringTable items = nullptr;
+  int rows = 0;
+  XtVaGetValues(list, XmNitems, &items, XmNitemCount, &rows, nullptr);
+  ASSERT_GE(rows, 1);
+  bool listed = false;
+  for (int i = 0; i < rows; ++i) {
+    const std::string row = guitest::XmText(items[i]);
+    listed |= row.rfind((d + "/").substr(0, 30), 0) == 0 && row.find("     2    ") != std::string::npos;
+  }
+  EXPECT_TRUE(listed);
+  Widget all = XtNameToWidget(options, "*PCache*buttonDeleteAll");
+  ASSERT_NE(all, nullptr);
+  EXPECT_TRUE(XtIsSensitive(all));
+  XtCallCallbacks(all, XmNactivateCallback, nullptr);
+  XtVaGetValues(list, XmNitemCount, &rows, nullptr);
+  EXPECT_EQ(rows, 0);
+  XtDestroyWidget(options);
+  Pump();
+  // The browser goes on without its database: a refresh makes the
+  // thumbnails again (the files are no pictures now).
+  RunBrowserCommand("refresh");
+  ASSERT_TRUE(RunUntil([&] { return LoopDone(); }));
+  EXPECT_EQ(State().thumbnails, 0);
   Settings().Cache.IsActive = false;
 }
 
