@@ -1304,6 +1304,7 @@ void StartRename(Browser *b) {
                                             nullptr);
   XtOverrideTranslations(b->rename_field, XtParseTranslationTable(kRenameTranslations));
   XtAddCallback(b->rename_field, XmNactivateCallback, RenameDone, b);
+  XtAddCallback(b->rename_field, XmNlosingFocusCallback, RenameDone, b);  // a click elsewhere keeps the name
   XmTextFieldSetSelection(b->rename_field, 0, static_cast<XmTextPosition>(std::strlen(e.name)), CurrentTime);
   XmProcessTraversal(b->rename_field, XmTRAVERSE_CURRENT);
 }

@@ -350,6 +350,20 @@ TEST_F(BrowserTest, KeyboardMovesOpensGoesUpAndFindsByName) {
   Keys("BackSpace");
   EXPECT_EQ(State().directory, d + "/");
   EXPECT_EQ(BrowserFileList()->at(State().current).name, std::string("sub"));
+  // F2 renames in place: the whole name is selected, typing replaces it.
+  WriteFile(d + "/.description", "\"a.png\" first\n");
+  RunBrowserCommand("quickRefresh");
+  Keys("a F2");
+  Keys("z period p n g Return");
+  EXPECT_TRUE(FileExists(d + "/z.png"));
+  EXPECT_FALSE(FileExists(d + "/a.png"));
+  EXPECT_EQ(BrowserFileList()->at(State().current).name, std::string("z.png"));
+  EXPECT_EQ(BrowserFileList()->at(State().current).description, "first");  // the description went along
+  // Escape leaves the name as it was.
+  Keys("F2");
+  Keys("q Escape");
+  EXPECT_TRUE(FileExists(d + "/z.png"));
+  EXPECT_EQ(BrowserFileList()->at(State().current).name, std::string("z.png"));
 }
 
 TEST_F(BrowserTest, ClickSelectsAndDoubleClickEnters) {
