@@ -1191,6 +1191,14 @@ void CanvasEvent(Widget, XtPointer client, XEvent *ev, Boolean *) {
     SetCurrent(b, pos, false);
     return;
   }
+  if ((be.state & ShiftMask) && b->current >= 0) {
+    // From the current entry to the one clicked.
+    const int from = std::min(b->current, pos), to = std::max(b->current, pos);
+    for (int i = 0; i < b->list.count(); ++i) b->list.at(i).selected = i >= from && i <= to;
+    Redraw(b);
+    SetCurrent(b, pos, false);
+    return;
+  }
   SetCurrent(b, pos, true);
   if (double_click) {
     b->click_pos = -1;

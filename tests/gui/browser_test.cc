@@ -330,6 +330,8 @@ TEST_F(BrowserTest, KeyboardMovesOpensGoesUpAndFindsByName) {
   EXPECT_EQ(State().current, 2);
   Keys("End");
   EXPECT_EQ(State().current, 4);
+  Keys("ctrl+a");  // the menu's accelerator, from the icon view
+  EXPECT_EQ(BrowserFileList()->selectedCount(), 4);  // all but ".."
   Keys("Home");
   EXPECT_EQ(State().current, 0);
   Keys("b");  // type-ahead
@@ -393,6 +395,13 @@ TEST_F(BrowserTest, ClickSelectsAndDoubleClickEnters) {
   RunUntil([&] { return State().current == 3; });
   EXPECT_EQ(State().current, 3);
   EXPECT_EQ(ViewCount(), 0);  // one click only selects
+  row_at(4, &x, &y);          // c.txt, with Shift: the two are selected
+  ASSERT_EQ(std::system((xdo + "mousemove " + std::to_string(x) + " " + std::to_string(y) +
+                         " keydown shift click 1 keyup shift").c_str()),
+            0);
+  RunUntil([&] { return State().current == 4; });
+  EXPECT_EQ(BrowserFileList()->selectedCount(), 2);
+  usleep(500000);  // no double click with what follows
   row_at(1, &x, &y);  // sub
   ASSERT_EQ(std::system((xdo + "mousemove " + std::to_string(x) + " " + std::to_string(y) +
                          " click --repeat 2 --delay 80 1").c_str()),
