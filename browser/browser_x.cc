@@ -606,6 +606,13 @@ std::string WithSlash(std::string dir) {
   return dir;
 }
 
+// Names beginning with a dot, unless the settings show them ("..", the way
+// up, always shows).
+void DropHidden(FileList *list) {
+  if (Settings().Browser.ShowHiddenFile) return;
+  list->removeIf([](const FileEntry &e) { return e.name[0] == '.' && !e.isDotDot(); });
+}
+
 void SetTitle(Browser *b) {
   const std::string title = "Quilla Browser - " + b->list.directory();
   XtVaSetValues(b->shell, XmNtitle, title.c_str(), XmNiconName, "Quilla Browser", nullptr);
@@ -636,6 +643,7 @@ bool ChangeDirectory(Browser *b, const std::string &dir_in, const std::string &s
   }
   ReleaseThumbnails(b, true, true);
   b->list = std::move(fresh);
+  DropHidden(&b->list);
   b->list.sort(b->sort);
   b->scroll = b->hscroll = 0;
   b->current = b->list.count() ? 0 : -1;
@@ -678,6 +686,13 @@ void QuickRefresh(Browser *b) {
         if (t.handle) XFreePixmap(XtDisplay(b->shell), static_cast<Pixmap>(t.handle));
       });
   if (ok) {
+    b->list.removeIf([b](const FileEntry &e) {
+      // Thumbnails of hidden entries kept from before go with them.
+      if (Settings().Browser.ShowHiddenFile || e.name[0] != '.' || e.isDotDot()) return false;
+      if (e.large.handle) XFreePixmap(XtDisplay(b->shell), static_cast<Pixmap>(e.large.handle));
+      if (e.small.handle) XFreePixmap(XtDisplay(b->shell), static_cast<Pixmap>(e.small.handle));
+      return true;
+    });
     b->list.sort(b->sort);
     b->current = keep.empty() ? -1 : PositionOfName(b, keep);
     if (b->current < 0 && b->list.count()) b->current = 0;
@@ -740,6 +755,7 @@ const Item kViewItems[] = {
     {"showPreview", "Preview", nullptr, nullptr, 't', true},
     {"showStatusBar", "Status Bar", nullptr, nullptr, 't', true},
     {"showToolBar", "Tool Bar", nullptr, nullptr, 't', true},
+    {"showHidden", "Hidden Files", "Ctrl<Key>period", "Ctrl+.", 't', true},
     {nullptr, nullptr, nullptr, nullptr, 0, false},
     {"viewAsIcons", "Icons", "Ctrl<Key>1", "Ctrl+1", 'r', true},
     {"viewAsSmallIcons", "Small Icons", "Ctrl<Key>2", "Ctrl+2", 'r', true},
@@ -922,6 +938,7 @@ void SyncMenus(Browser *b) {
   SetToggle(b, "showPreview", s.Browser.ShowPreview);
   SetToggle(b, "showStatusBar", s.Browser.ShowStatusBar);
   SetToggle(b, "showToolBar", s.Browser.ShowToolBar);
+  SetToggle(b, "showHidden", s.Browser.ShowHiddenFile);
   SetToggle(b, "fitWindow", s.Browser.FitPreviewWindow);
   SetToggle(b, "showContent", s.Browser.ShowContent);
   SetToggle(b, "showInAscii", s.Browser.ShowInAscii);
@@ -1491,6 +1508,9 @@ void DoCommand(Browser *b, const std::string &w) {
   } else if (w == "showToolBar") {
     Toggle(&s.Browser.ShowToolBar);
     ApplyChrome(b);
+  } else if (w == "showHidden") {
+    Toggle(&s.Browser.ShowHiddenFile);
+    QuickRefresh(b);
   } else if (w == "fitWindow") {
     Toggle(&s.Browser.FitPreviewWindow);
     b->preview_zoom = 0;

@@ -7,6 +7,7 @@
 #include <sys/statfs.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -181,6 +182,12 @@ bool FileList::quickRefresh(const DescriptionLookup &describe, const ThumbnailRe
   order_.resize(entries_.size());
   for (size_t i = 0; i < order_.size(); ++i) order_[i] = static_cast<int>(i);
   return true;
+}
+
+void FileList::removeIf(const std::function<bool(const FileEntry &)> &drop) {
+  entries_.erase(std::remove_if(entries_.begin(), entries_.end(), drop), entries_.end());
+  order_.resize(entries_.size());
+  for (size_t i = 0; i < order_.size(); ++i) order_[i] = static_cast<int>(i);
 }
 
 void FileList::sort(int setting) {

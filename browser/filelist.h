@@ -99,6 +99,10 @@ class FileList {
   // unchanged; `release` gets the thumbnails of the entries that go.
   bool quickRefresh(const DescriptionLookup &describe, const ThumbnailRelease &release);
 
+  // Drops the entries `drop` picks (hidden files); the order table becomes
+  // the directory's own order, so sort() again.
+  void removeIf(const std::function<bool(const FileEntry &)> &drop);
+
   // Permutes the order table by a sort setting; a key outside 1..6 restores
   // the directory's own order.
   void sort(int sort_setting);

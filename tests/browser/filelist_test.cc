@@ -289,3 +289,21 @@ TEST(FileListRefresh, QuickRefreshKeepsUnchangedWork) {
     for (uint64_t h : {e.large.handle, e.small.handle})
       EXPECT_EQ(std::count(released.begin(), released.end(), h), 0) << e.name;
 }
+
+TEST(FileListRemove, DropsPickedEntriesAndResetsTheOrder) {
+  testutil::TempDir dir;
+  for (const char *n : {".hidden", "b", "a", ".also"}) testutil::WriteFile(dir.file(n), "x");
+  FileList list;
+  ASSERT_TRUE(list.read(dir.path()));
+  list.sort(kSortName | kSortReverse);
+  list.removeIf([](const FileEntry &e) { return e.name[0] == '.' && !e.isDotDot(); });
+  ASSERT_EQ(list.count(), 3);  // "..", "a", "b" in the directory's order
+  ASSERT_EQ(list.order().size(), 3u);
+  std::vector<std::string> names;
+  for (int i = 0; i < list.count(); ++i) names.push_back(list.at(i).name);
+  std::sort(names.begin(), names.end());
+  EXPECT_EQ(names, (std::vector<std::string>{"..", "a", "b"}));
+  list.sort(kSortName);
+  EXPECT_EQ(std::string(list.at(0).name), "..");
+  EXPECT_EQ(std::string(list.at(2).name), "b");
+}

@@ -226,8 +226,15 @@ TEST_F(BrowserTest, ColumnViewOpensNothingAndTypeSortComesLast) {
   Open("QUILLA_TEST_DISPLAY");
   if (!dpy_) return;
   const std::string d = MakeDirectory("columns");
+  WriteFile(d + "/.hidden.png", "x");
   Settings().Browser.Viewas = kViewColumns;
+  Settings().Browser.ShowHiddenFile = false;
   ASSERT_NE(OpenBrowser(App().shell, d.c_str()), nullptr);
+  EXPECT_EQ(BrowserFileList()->count(), 5);  // the dot file hidden, ".." shown
+  RunBrowserCommand("showHidden");
+  EXPECT_EQ(BrowserFileList()->count(), 6);
+  std::remove((d + "/.hidden.png").c_str());
+  RunBrowserCommand("quickRefresh");
   ASSERT_TRUE(RunUntil([&] { return LoopDone(); }));
   for (const FileEntry &e : BrowserFileList()->entries()) EXPECT_EQ(e.state & (kStateKnown | kStateUnreadable), 0u);
   // Sorting by type puts the read pictures before the unknown file once
