@@ -118,7 +118,13 @@ int ConvertOneFile(BatchUi &ui, const SettingsRecord &settings, const ConvertReq
     if (pic.pixels) tslFree(&pic);
     return report ? 0 : 1;
   }
-  if (request.operations) OpRunProcessList(&pic, *request.operations);
+  // An operation the picture does not suit leaves it as it was; running
+  // out of memory gives up the file.
+  if (request.operations && OpRunProcessList(&pic, *request.operations) == kOpNoMemory) {
+    tslFree(&pic);
+    if (report) ui.Message(LoadErrorText(request.input.c_str(), TSL_ERR_MEMORY, nullptr));
+    return report ? 0 : 1;
+  }
 
   std::vector<char> buffer(4096, 0);
   std::snprintf(buffer.data(), buffer.size(), "%s", request.output.c_str());

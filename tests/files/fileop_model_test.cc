@@ -71,6 +71,26 @@ ino_t Inode(const std::string &path) {
   return ::stat(path.c_str(), &st) == 0 ? st.st_ino : 0;
 }
 
+// A directory on tmpfs when that is another file system than `near`'s
+// (where a move has to copy), removed at scope end; ok() tells.
+class OtherFileSystemDir {
+ public:
+  explicit OtherFileSystemDir(const std::string &near) {
+    struct stat shm, here;
+    if (::stat("/dev/shm", &shm) != 0 || ::stat(near.c_str(), &here) != 0 || shm.st_dev == here.st_dev) return;
+    std::string templ = "/dev/shm/quilla-fileop-XXXXXX";
+    if (::mkdtemp(&templ[0])) path_ = templ;
+  }
+  ~OtherFileSystemDir() {
+    if (ok()) testutil::Run("rm -rf '" + path_ + "'");
+  }
+  bool ok() const { return !path_.empty(); }
+  const std::string &path() const { return path_; }
+
+ private:
+  std::string path_;
+};
+
 TEST(FileOpCopy, BlocksHooksAndTheTargetWithoutSlash) {
   TempDir src, dst;
   const std::vector<size_t> sizes = {0, 1, 4096, 4097, 10000};
@@ -184,18 +204,15 @@ TEST(FileOpMove, RenameWithinOneFileSystemCopyAcrossThem) {
   EXPECT_TRUE(op.refreshes());
 
   // Across file systems (tmpfs to the test directory) the data is copied.
-  struct stat shm, here;
-  if (::stat("/dev/shm", &shm) != 0 || ::stat(dst.path().c_str(), &here) != 0 || shm.st_dev == here.st_dev)
-    GTEST_SKIP() << "no second file system";
-  const std::string dir = "/dev/shm/quilla-move-" + std::to_string(::getpid());
-  ::mkdir(dir.c_str(), 0700);
+  OtherFileSystemDir other(dst.path());
+  if (!other.ok()) GTEST_SKIP() << "no second file system";
+  const std::string &dir = other.path();
   const std::string data = Bytes(3 * 4096 + 1, 7);
   testutil::WriteFile(dir + "/x", data);
   FileOp across(FileOpKind::kMove, dir, {"x"}, dst.path());
   RunAll(across, ui);
   EXPECT_EQ(ReadFile(dst.file("x")), data);
   EXPECT_FALSE(FileExists(dir + "/x"));
-  ::rmdir(dir.c_str());
 }
 
 TEST(FileOpRenameDelete, NewNamesNoClobberAndMissingFiles) {
@@ -233,14 +250,10 @@ TEST(FileOpFaults, ADestinationThatFillsUpLosesNothing) {
   const std::string data = Bytes(40000, 3);
   testutil::WriteFile(src.file("copy"), data);
   testutil::WriteFile(src.file("small"), "fits");
-  struct stat shm, here;
-  const bool two_fs = ::stat("/dev/shm", &shm) == 0 && ::stat(dst.path().c_str(), &here) == 0 &&
-                      shm.st_dev != here.st_dev;
-  const std::string shm_dir = "/dev/shm/quilla-fault-" + std::to_string(::getpid());
-  if (two_fs) {
-    ::mkdir(shm_dir.c_str(), 0700);
-    testutil::WriteFile(shm_dir + "/move", data);
-  }
+  OtherFileSystemDir other(dst.path());
+  const bool two_fs = other.ok();
+  const std::string &shm_dir = other.path();
+  if (two_fs) testutil::WriteFile(shm_dir + "/move", data);
   const pid_t child = ::fork();
   ASSERT_GE(child, 0);
   if (child == 0) {
@@ -269,11 +282,7 @@ TEST(FileOpFaults, ADestinationThatFillsUpLosesNothing) {
   EXPECT_EQ(WEXITSTATUS(status), 0);
   EXPECT_EQ(ReadFile(src.file("copy")), data);
   EXPECT_EQ(Listing(dst.path()), std::vector<std::string>{"small"});
-  if (two_fs) {
-    EXPECT_EQ(ReadFile(shm_dir + "/move"), data);
-    ::unlink((shm_dir + "/move").c_str());
-    ::rmdir(shm_dir.c_str());
-  }
+  if (two_fs) EXPECT_EQ(ReadFile(shm_dir + "/move"), data);
 }
 
 TEST(FileOpFaults, ADestinationThatDisappearsLosesNothing) {
@@ -281,14 +290,10 @@ TEST(FileOpFaults, ADestinationThatDisappearsLosesNothing) {
   const std::string data = Bytes(6 * 4096, 5);
   testutil::WriteFile(src.file("f"), data);
   // A move copies only across file systems: its source goes on tmpfs.
-  struct stat shm, here;
-  const bool two_fs = ::stat("/dev/shm", &shm) == 0 && ::stat(parent.path().c_str(), &here) == 0 &&
-                      shm.st_dev != here.st_dev;
-  const std::string shm_dir = "/dev/shm/quilla-gone-" + std::to_string(::getpid());
-  if (two_fs) {
-    ::mkdir(shm_dir.c_str(), 0700);
-    testutil::WriteFile(shm_dir + "/f", data);
-  }
+  OtherFileSystemDir other(parent.path());
+  const bool two_fs = other.ok();
+  const std::string &shm_dir = other.path();
+  if (two_fs) testutil::WriteFile(shm_dir + "/f", data);
   const std::string target = parent.file("target");
   for (FileOpKind kind : {FileOpKind::kCopy, FileOpKind::kMove}) {
     if (kind == FileOpKind::kMove && !two_fs) continue;
@@ -304,10 +309,6 @@ TEST(FileOpFaults, ADestinationThatDisappearsLosesNothing) {
     EXPECT_TRUE(op.done().empty());
     EXPECT_EQ(ReadFile(from + "/f"), data);
     EXPECT_TRUE(Listing(parent.path()).empty());
-  }
-  if (two_fs) {
-    ::unlink((shm_dir + "/f").c_str());
-    ::rmdir(shm_dir.c_str());
   }
 }
 
