@@ -236,10 +236,7 @@ TEST(SequenceSetup, FieldsTemplatesAndRange) {
   f.step = 0;
   ASSERT_TRUE(MakeSequenceSetup(f, &setup, &error));
   EXPECT_EQ(setup.start, kNoSequenceRange);
-
-  EXPECT_EQ(MultiOutputPath("", "/a/b/c.gif"), "/a/b/c.gif");
-  EXPECT_EQ(MultiOutputPath("/o", "/a/b/c.gif"), "/o/c.gif");
-  EXPECT_EQ(MultiOutputPath("", "c.gif"), "c.gif");
+  EXPECT_EQ(MultiOutputPath("", "/a/b/c.gif"), "/a/b/c.gif");  // beside the input
 }
 
 OpProcessList Ops(const std::string &text) {

@@ -244,27 +244,15 @@ TEST(JpegTransform, EveryFailureLeavesTheSource) {
   EXPECT_FALSE(FileExists(dir.file("p.jp_")));
 }
 
-TEST(JpegExif, DamagedBlocksAreLeftAlone) {
-  std::string j = MakeJpeg(Pattern(16, 8), TJSAMP_444, 3);
-  EXPECT_EQ(Orientation(j), 3);
-  // Directory offsets pointing outside the block, absurd counts.
-  for (size_t at : {size_t{14}, size_t{20}, size_t{22}, size_t{36}}) {
-    std::string d = j;
-    for (int k = 0; k < 4; ++k) d[at + k] = '\xff';
-    std::vector<uint8_t> bytes(d.begin(), d.end());
-    const size_t size = bytes.size();
-    JpegResetExifOrientation(bytes.data(), bytes.size(), true);
-    EXPECT_EQ(bytes.size(), size);
-    EXPECT_LE(JpegExifOrientation(bytes.data(), bytes.size()), 8);
-  }
-  // Swapping what the block holds, in either byte order's entry types.
+TEST(JpegExif, ResetSwapsWhatTheBlockHolds) {
+  const std::string j = MakeJpeg(Pattern(16, 8), TJSAMP_444, 3);
   std::vector<uint8_t> bytes(j.begin(), j.end());
   ASSERT_TRUE(JpegResetExifOrientation(bytes.data(), bytes.size(), true));
+  EXPECT_EQ(bytes.size(), j.size());
   EXPECT_EQ(PixelSize(std::string(bytes.begin(), bytes.end())), "8x16");
   EXPECT_EQ(JpegExifOrientation(bytes.data(), bytes.size()), 1);
   std::vector<uint8_t> none = {0xFF, 0xD8, 0xFF, 0xD9};
   EXPECT_FALSE(JpegResetExifOrientation(none.data(), none.size(), true));
-  EXPECT_EQ(JpegExifOrientation(none.data(), 1), 0);
 }
 
 }  // namespace
