@@ -1,16 +1,7 @@
-// Whole-file writes that never leave a half-written file behind.
+// The whole-file writer lives in core/, where every folder can use it.
 #ifndef QUILLA_BROWSER_ATOMIC_WRITE_H
 #define QUILLA_BROWSER_ATOMIC_WRITE_H
 
-#include <string>
-
-namespace quilla {
-
-// Writes `data` to a temporary file beside `path`, flushes it to disk and
-// renames it over `path`.  On failure the temporary is removed, `path` is
-// left as it was and false is returned.
-bool WriteFileAtomically(const std::string &path, const std::string &data);
-
-}  // namespace quilla
+#include "core/atomic_write.h"
 
 #endif

@@ -31,7 +31,8 @@ std::string SaveScriptLine(const ScriptSettings &s) {
   }
   out += "-out " + s.output_format + " ";
   if (s.delete_original) out += "-D ";
-  out += "-o " + s.output + " ";
+  if (!s.output.empty()) out += "-o " + s.output + " ";
+  out += OpProcessListCommandLine(s.operations);
   for (const std::string &in : s.inputs) out += in + " ";
   return out;
 }

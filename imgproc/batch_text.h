@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "imgproc/catalogue.h"
+
 namespace quilla {
 
 // What the script line is made of.  Negative or empty fields are left out.
@@ -22,11 +24,13 @@ struct ScriptSettings {
   int start = 0, end = 0, step = 1;
   std::string output_format;  // "-out %s "
   bool delete_original = false;  // "-D "
-  std::string output;            // "-o %s ": output directory or template
+  std::string output;            // "-o %s ": output directory or template, left out when empty
+  OpProcessList operations;      // the advanced operations, as the converter's options
   std::vector<std::string> inputs;
 };
 
-// "tesconv " followed by the items, each ending with a blank.
+// "tesconv " followed by the items, each ending with a blank; the
+// operations come after the output, before the input files.
 std::string SaveScriptLine(const ScriptSettings &settings);
 
 // The first run of '#' replaced by the number with as many digits at least

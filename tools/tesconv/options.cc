@@ -78,21 +78,6 @@ bool OneOf(const std::string &word, std::initializer_list<const char *> list) {
 
 }  // namespace
 
-std::vector<std::string> SplitWords(const std::string &text) {
-  std::vector<std::string> words;
-  std::string cur;
-  for (char c : text) {
-    if (c == ' ' || c == '\t' || c == '\n' || c == '\r') {
-      if (!cur.empty()) words.push_back(cur);
-      cur.clear();
-    } else {
-      cur += c;
-    }
-  }
-  if (!cur.empty()) words.push_back(cur);
-  return words;
-}
-
 bool ParseCommandLine(const std::vector<std::string> &args, ConvOptions *opt, std::string *error) {
   size_t i = 0;
   bool saw_out = false;

@@ -9,6 +9,7 @@
 
 #include "imgproc/batch_text.h"  // NameFromTemplate, RenameOutputPath
 #include "imgproc/catalogue.h"
+#include "imgproc/op_args.h"  // ParseOperation, SplitWords
 #include "tessel.h"
 
 namespace quilla {
@@ -65,15 +66,6 @@ struct ConvOptions {
 // Parses the arguments after the program name.  Returns true on success;
 // on failure *error says why.
 bool ParseCommandLine(const std::vector<std::string> &args, ConvOptions *opt, std::string *error);
-
-// Parses one catalogue operation starting at args[*pos] (the option word,
-// possibly preceded by its modifiers -ratio, -rtype, -dither).  Returns 1 and
-// advances *pos past it, 0 when args[*pos] is no operation, -1 on a bad value
-// (*error says why).
-int ParseOperation(const std::vector<std::string> &args, size_t *pos, OpProcessList *list, std::string *error);
-
-// Splits a command-line text at blanks (no quoting: the writers never quote).
-std::vector<std::string> SplitWords(const std::string &text);
 
 // One unit of work: an input path and the output path before the extension
 // fix-up and the overwrite policy.

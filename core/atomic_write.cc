@@ -1,4 +1,4 @@
-#include "browser/atomic_write.h"
+#include "core/atomic_write.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>

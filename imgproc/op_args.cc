@@ -9,7 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "tools/tesconv/tesconv.h"
+#include "imgproc/op_args.h"
 
 namespace quilla {
 
@@ -343,6 +343,21 @@ int ParseOperation(const std::vector<std::string> &args, size_t *pos, OpProcessL
     *error = first_error;
   }
   return -1;
+}
+
+std::vector<std::string> SplitWords(const std::string &text) {
+  std::vector<std::string> words;
+  std::string cur;
+  for (char c : text) {
+    if (c == ' ' || c == '\t' || c == '\n' || c == '\r') {
+      if (!cur.empty()) words.push_back(cur);
+      cur.clear();
+    } else {
+      cur += c;
+    }
+  }
+  if (!cur.empty()) words.push_back(cur);
+  return words;
 }
 
 }  // namespace quilla
