@@ -1393,7 +1393,8 @@ void OpenSelection(Browser *b) {
   std::vector<std::string> paths;
   for (int i = 0; i < b->list.count(); ++i) {
     const FileEntry &e = b->list.at(i);
-    if (e.selected && !e.isDirectory()) paths.push_back(b->list.pathOf(e));
+    // Files the loop found unreadable stay out of the view's list.
+    if (e.selected && !e.isDirectory() && !(e.state & kStateUnreadable)) paths.push_back(b->list.pathOf(e));
   }
   if (paths.empty()) return DoCommand(b, "itemActivate");
   auto *list = static_cast<FileListEntry *>(std::calloc(paths.size(), sizeof(FileListEntry)));

@@ -417,6 +417,33 @@ TEST_F(BrowserTest, ClickSelectsAndDoubleClickEnters) {
   EXPECT_EQ(State().directory, d + "/sub/");
 }
 
+TEST_F(BrowserTest, OpenTakesTheSelectionAndPropertiesTheCurrentFile) {
+  Open("QUILLA_TEST_DISPLAY");
+  if (!dpy_) return;
+  const std::string d = MakeDirectory("open");
+  Widget shell = OpenBrowser(App().shell, d.c_str());
+  ASSERT_NE(shell, nullptr);
+  // Everything selected: one view walking the pictures (directories and
+  // the file the loop found unreadable stay out of its list).
+  ASSERT_TRUE(RunUntil([&] { return LoopDone(); }));
+  RunBrowserCommand("selectAll");
+  RunBrowserCommand("open");
+  ASSERT_TRUE(RunUntil([] { return ViewCount() == 1; }));
+  ViewState vs;
+  ASSERT_TRUE(GetViewState(ViewShellAt(0), &vs));
+  EXPECT_EQ(vs.path, d + "/a.png");
+  EXPECT_EQ(vs.list_count, 2);
+  RunViewCommand(ViewShellAt(0), "close");
+  Pump();
+  RunBrowserCommand("itemEnd");
+  RunBrowserCommand("itemLeft");  // b.png
+  RunBrowserCommand("properties");
+  Pump();
+  Widget box = XtNameToWidget(shell, "QuillProperties");
+  ASSERT_NE(box, nullptr);
+  EXPECT_NE(guitest::LabelText(box, "*labelFile").find("b.png"), std::string::npos);
+}
+
 TEST_F(BrowserTest, DescriptionsAndBookmarksRoundTrip) {
   Open("QUILLA_TEST_DISPLAY");
   if (!dpy_) return;
