@@ -244,13 +244,28 @@ Boolean ThumbWork(XtPointer client) {
 
 // ---- drawing --------------------------------------------------------------------------
 
-Pixel AllocPixel(Browser *b, int r, int g, int bl, Pixel fallback) {
+// A colour of the window's colormap: allocated, or when the map is full (a
+// private map on an 8-bit screen) the nearest one it holds.
+Pixel AllocPixel(Browser *b, int r, int g, int bl) {
+  Display *dpy = XtDisplay(b->shell);
   XColor c;
   c.red = static_cast<unsigned short>(r * 257);
   c.green = static_cast<unsigned short>(g * 257);
   c.blue = static_cast<unsigned short>(bl * 257);
   c.flags = DoRed | DoGreen | DoBlue;
-  return XAllocColor(XtDisplay(b->shell), b->colours->colormap, &c) ? c.pixel : fallback;
+  if (XAllocColor(dpy, b->colours->colormap, &c)) return c.pixel;
+  const int cells = std::min(CurrentVisual().info.colormap_size, 256);
+  std::vector<XColor> map(static_cast<size_t>(std::max(cells, 0)));
+  for (int i = 0; i < cells; ++i) map[i].pixel = static_cast<unsigned long>(i);
+  if (cells > 0) XQueryColors(dpy, b->colours->colormap, map.data(), cells);
+  Pixel best = b->colours->black;
+  long best_d = LONG_MAX;
+  for (const XColor &m : map) {
+    const long dr = (m.red >> 8) - r, dg = (m.green >> 8) - g, db = (m.blue >> 8) - bl;
+    const long d = dr * dr + dg * dg + db * db;
+    if (d < best_d) best_d = d, best = m.pixel;
+  }
+  return best;
 }
 
 int ViewHeight(const Browser *b) { return std::max(1, b->canvas_h - b->layout.titleHeight()); }
@@ -1693,11 +1708,11 @@ Browser *CreateBrowser(Widget parent) {
   b->display = MakeDisplayObject(dpy, CurrentVisual().info.depth, b->colours);
   b->white = b->colours->white;
   b->black = b->colours->black;
-  b->select = AllocPixel(b, 0x30, 0x50, 0xa0, b->black);
-  b->grey = AllocPixel(b, 0xc0, 0xc0, 0xc0, b->black);
-  b->dark = AllocPixel(b, 0x70, 0x70, 0x70, b->black);
-  b->folder = AllocPixel(b, 0xe8, 0xc8, 0x60, b->white);
-  b->title = AllocPixel(b, 0xdc, 0xdc, 0xdc, b->white);
+  b->select = AllocPixel(b, 0x30, 0x50, 0xa0);
+  b->grey = AllocPixel(b, 0xc0, 0xc0, 0xc0);
+  b->dark = AllocPixel(b, 0x70, 0x70, 0x70);
+  b->folder = AllocPixel(b, 0xe8, 0xc8, 0x60);
+  b->title = AllocPixel(b, 0xdc, 0xdc, 0xdc);
   b->font = XLoadQueryFont(dpy, "-*-helvetica-medium-r-normal--12-*-*-*-*-*-iso8859-1");
   if (!b->font) b->font = XLoadQueryFont(dpy, "fixed");
   b->canvas = MakeCanvas(b, b->icon_view, ExposureMask | ButtonPressMask);
