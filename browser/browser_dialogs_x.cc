@@ -66,6 +66,26 @@ void RemoveChosen(Widget, XtPointer, XtPointer) {
   FillBookmarks(list);
 }
 
+// The name prompt goes once its button's callbacks are over, however they
+// were called; closing the editor first takes it along.
+XtIntervalId g_prompt_timer = 0;
+
+void DestroyPrompt(XtPointer client, XtIntervalId *) {
+  g_prompt_timer = 0;
+  XtDestroyWidget(XtParent(static_cast<Widget>(client)));
+}
+
+void PromptDestroyed(Widget, XtPointer, XtPointer) {
+  if (g_prompt_timer) XtRemoveTimeOut(g_prompt_timer);
+  g_prompt_timer = 0;
+}
+
+void ClosePrompt(Widget box) {
+  XtUnmanageChild(box);
+  if (!g_prompt_timer)
+    g_prompt_timer = XtAppAddTimeOut(XtWidgetToApplicationContext(box), 0, DestroyPrompt, box);
+}
+
 void RenameAnswered(Widget w, XtPointer client, XtPointer call) {
   const int index = static_cast<int>(reinterpret_cast<intptr_t>(client));
   auto *cb = static_cast<XmSelectionBoxCallbackStruct *>(call);
@@ -78,10 +98,10 @@ void RenameAnswered(Widget w, XtPointer client, XtPointer call) {
     XtFree(text);
   }
   if (Widget list = EditorList()) FillBookmarks(list);
-  XtDestroyWidget(XtParent(w));
+  ClosePrompt(w);
 }
 
-void RenameCancelled(Widget w, XtPointer, XtPointer) { XtDestroyWidget(XtParent(w)); }
+void RenameCancelled(Widget w, XtPointer, XtPointer) { ClosePrompt(w); }
 
 void RenameChosen(Widget, XtPointer, XtPointer) {
   Widget list = EditorList();
@@ -103,6 +123,7 @@ void RenameChosen(Widget, XtPointer, XtPointer) {
   XtUnmanageChild(XmSelectionBoxGetChild(box, XmDIALOG_HELP_BUTTON));
   XtAddCallback(box, XmNokCallback, RenameAnswered, reinterpret_cast<XtPointer>(static_cast<intptr_t>(index)));
   XtAddCallback(box, XmNcancelCallback, RenameCancelled, nullptr);
+  XtAddCallback(box, XmNdestroyCallback, PromptDestroyed, nullptr);
   XtManageChild(box);
 }
 

@@ -10,6 +10,8 @@
 #include <X11/Shell.h>
 #include <X11/Xutil.h>
 #include <Xm/List.h>
+#include <Xm/PushB.h>
+#include <Xm/SelectioB.h>
 #include <Xm/TextF.h>
 #include <Xm/Xm.h>
 
@@ -478,6 +480,18 @@ TEST_F(BrowserTest, DescriptionsAndBookmarksRoundTrip) {
   int rows = 0;
   XtVaGetValues(list, XmNitemCount, &rows, nullptr);
   EXPECT_EQ(rows, 1);
+  XmListSelectPos(list, 1, False);
+  // Rename... asks for the new name.
+  XtCallCallbacks(XtNameToWidget(editor, "*buttonRename"), XmNactivateCallback, nullptr);
+  Pump();
+  Widget prompt = XtNameToWidget(editor, "*QuillBookRename");
+  ASSERT_NE(prompt, nullptr);
+  XmTextFieldSetString(XmSelectionBoxGetChild(prompt, XmDIALOG_TEXT), const_cast<char *>("Reds"));
+  XmPushButtonCallbackStruct press{};
+  press.reason = XmCR_ACTIVATE;
+  XtCallCallbacks(XmSelectionBoxGetChild(prompt, XmDIALOG_OK_BUTTON), XmNactivateCallback, &press);
+  Pump();
+  EXPECT_EQ(ReadFile(file), "\"Reds\"*\"" + d + "/\"\n");
   XmListSelectPos(list, 1, False);
   XtCallCallbacks(XtNameToWidget(editor, "*buttonRemove"), XmNactivateCallback, nullptr);
   XtVaGetValues(list, XmNitemCount, &rows, nullptr);
