@@ -22,13 +22,20 @@
 #include <Xm/ScrollBar.h>
 #include <Xm/Xm.h>
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <atomic>
+#include <cerrno>
 #include <climits>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <system_error>
+#include <thread>
 #include <vector>
 
 #include "core/app_x.h"
@@ -53,6 +60,25 @@ const char kTitle[] = "Quilla v1.50";
 // Frames of an animation kept in memory at most (bytes); past it frames are
 // decoded again on each pass.
 constexpr size_t kFrameCacheBudget = size_t{256} << 20;
+
+struct ViewRecord;
+
+// The full decode of a picture shown from its reduced decode, run on a
+// worker thread that calls the image library only.  The worker writes one
+// byte into the pipe when it is done; Xt watches the read end, so the
+// result is taken over on the main thread.
+struct FullDecode {
+  ViewRecord *view = nullptr;
+  std::string path;
+  int orientation = 0;
+  LoadRequest req;
+  std::atomic<bool> cancelled{false};
+  TslPicture pic{};
+  int code = 0;
+  int fds[2] = {-1, -1};
+  XtInputId input = 0;
+  std::thread worker;
+};
 
 struct ViewRecord {
   Widget shell = nullptr, main_window = nullptr, menu = nullptr, popup = nullptr, toolbar = nullptr;
@@ -101,12 +127,20 @@ struct ViewRecord {
   int press_x = 0, press_y = 0;
   bool moved = false;    // the pointer went further than a click allows
   // A large JPEG that opens shrunk to the screen is first shown from a
-  // reduced decode (the codec's own scaling, at the displayed size); the
-  // full picture is loaded right after that first paint.
+  // reduced decode (the codec's own scaling, at the displayed size).  Its
+  // first paint goes through a server-side pixmap, after which the reduced
+  // picture is freed; the full picture is decoded in the background and
+  // takes its place without a redraw.  The pixmap stays on the screen until
+  // the zoom or the picture changes.
   bool preview = false;
   uint32_t full_w = 0, full_h = 0;
   double preview_zoom = 100;
-  XtIntervalId full_timer = 0;
+  int preview_w = 0, preview_h = 0;  // the reduced picture's size
+  InfoLabel preview_info;            // its label, the full size
+  int preview_model = 0;
+  Pixmap fit_pixmap = 0;             // the reduced picture as drawn, view_w x view_h
+  FullDecode *decode = nullptr;      // the background decode running
+  bool decode_failed = false;        // it failed: the next command reports why
   int min_area_w = 64;        // narrower, the menu bar or tool bar would wrap
   bool placing_bars = false;  // scroll bars being managed or unmanaged
   int busy = 0;               // loads running inside this view's event pumping
@@ -170,12 +204,7 @@ void Origin(const ViewRecord *v, int *x, int *y) {
 
 void UpdateLabel(ViewRecord *v) {
   if (!v->label_info) return;
-  const TslPicture *p = &v->pic;
-  InfoLabel info = InfoFor(*p);
-  if (v->preview) {
-    info.width = v->full_w;
-    info.height = v->full_h;
-  }
+  InfoLabel info = v->preview ? v->preview_info : InfoFor(v->pic);
   if (v->count > 1) {
     info.list_pos = v->pos + 1;
     info.list_count = v->count;
@@ -246,14 +275,25 @@ void Redraw(ViewRecord *v) {
   if (v->canvas) XClearArea(XtDisplay(v->shell), v->canvas, 0, 0, 0, 0, True);
 }
 
+void DropFitPixmap(ViewRecord *v) {
+  if (v->fit_pixmap) XFreePixmap(App().dpy, v->fit_pixmap);
+  v->fit_pixmap = 0;
+}
+
 // Picture, zoom or page changed: choose the converter again and redraw.
+// The reduced first picture (or its pixmap) is shown as it is.
 void Refresh(ViewRecord *v) {
   const TslPicture *p = Shown(v);
-  const double zoom = v->preview ? 100.0 : v->zoom;
-  v->view_w = std::max(1, static_cast<int>(p->width * zoom / 100.0));
-  v->view_h = std::max(1, static_cast<int>(p->height * zoom / 100.0));
+  if (v->preview) {
+    v->view_w = v->preview_w;
+    v->view_h = v->preview_h;
+  } else {
+    DropFitPixmap(v);
+    v->view_w = std::max(1, static_cast<int>(p->width * v->zoom / 100.0));
+    v->view_h = std::max(1, static_cast<int>(p->height * v->zoom / 100.0));
+  }
   if (v->display && p->pixels) {
-    SetDisplayZoom(v->display, zoom);
+    SetDisplayZoom(v->display, v->preview ? 100.0 : v->zoom);
     PrepareDisplay(v->display, p, v->view_w, v->view_h);
   }
   UpdateScrollBars(v);
@@ -308,9 +348,7 @@ void ApplyFit(ViewRecord *v, bool resize_window) {
   if (v->preview) {  // already decoded at the fitted size
     v->zoom = v->preview_zoom;
     v->scroll_x = v->scroll_y = 0;
-    v->view_w = static_cast<int>(p->width);
-    v->view_h = static_cast<int>(p->height);
-    if (resize_window) SizeAreaTo(v, p->width, p->height);
+    if (resize_window) SizeAreaTo(v, v->preview_w, v->preview_h);
     Refresh(v);
     return;
   }
@@ -360,27 +398,125 @@ bool WantPreview(const ViewRecord *v, const TslFileInfo &info, FitResult *fit) {
   return fit->zoom < 50.0;
 }
 
-// Replaces the reduced first picture with the full one.  The reduced one is
-// freed first, so that the memory peak stays at the full picture's size.
-// Returns false when the full picture could not be read: the view then
-// keeps showing the reduced picture and stays marked as such, so that no
-// operation or save ever works on it.
+// ---- the full picture behind a reduced first decode --------------------------
+
+void DecodeDone(XtPointer client, int *, XtInputId *);
+
+// The worker's stop test, through the library's progress callback.
+int StopWhenCancelled(int, int, void *data) {
+  return static_cast<const FullDecode *>(data)->cancelled.load(std::memory_order_relaxed) ? 1 : 0;
+}
+
+// Runs on the worker thread (or inline when no thread could be started).
+void DecodeFull(FullDecode *job) {
+  job->code = tslLoad(job->path.c_str(), &job->pic, &job->req.params);
+  if (job->code == 0)
+    Upright(&job->pic, job->orientation);
+  else
+    tslFree(&job->pic);
+  const char done = 1;
+  while (job->fds[1] >= 0 && write(job->fds[1], &done, 1) < 0 && errno == EINTR) {
+  }
+}
+
+// Starts the full decode of the view's file on a worker thread.
+void StartFullDecode(ViewRecord *v) {
+  auto *job = new FullDecode;
+  job->view = v;
+  job->path = v->path;
+  job->orientation = v->orientation;
+  FillLoadRequest(Settings(), v->format, v->page, App().verbose, &job->req);
+  job->req.params.progress = StopWhenCancelled;
+  job->req.params.progress_data = job;
+  v->decode = job;
+  if (pipe2(job->fds, O_CLOEXEC) == 0) {
+    try {
+      job->worker = std::thread(DecodeFull, job);
+      job->input = XtAppAddInput(App().app, job->fds[0], reinterpret_cast<XtPointer>(XtInputReadMask), DecodeDone,
+                                 job);
+      return;
+    } catch (const std::system_error &) {
+    }
+  }
+  // No pipe or no thread: decode here and now.
+  for (int &fd : job->fds) {
+    if (fd >= 0) close(fd);
+    fd = -1;
+  }
+  DecodeFull(job);
+}
+
+// Waits for the worker and frees what the decode still holds.
+void EndDecode(FullDecode *job) {
+  if (job->worker.joinable()) job->worker.join();
+  if (job->input) XtRemoveInput(job->input);
+  for (int fd : job->fds)
+    if (fd >= 0) close(fd);
+  tslFree(&job->pic);
+  if (job->view && job->view->decode == job) job->view->decode = nullptr;
+  delete job;
+}
+
+// A move to another file or a close: the decode stops at its next band of
+// rows and its picture is dropped.
+void CancelFullDecode(ViewRecord *v) {
+  if (!v->decode) return;
+  v->decode->cancelled = true;
+  EndDecode(v->decode);
+}
+
+void ArmBenchExit(ViewRecord *v);
+
+// The full picture takes the reduced one's place.  A pixmap on the screen
+// stays there: at the fitted zoom it shows all the detail the screen can.
+void InstallFullPicture(ViewRecord *v, FullDecode *job) {
+  tslFree(&v->pic);
+  v->pic = job->pic;
+  job->pic = TslPicture{};
+  v->preview = false;
+  v->zoom = v->preview_zoom;
+  if (v->fit_pixmap)
+    UpdateLabel(v);
+  else
+    Refresh(v);
+  ArmBenchExit(v);
+}
+
+// The worker is done: take its picture over, unless it failed (the next
+// command that needs the full picture then decodes again and reports).
+void DecodeDone(XtPointer client, int *, XtInputId *) {
+  auto *job = static_cast<FullDecode *>(client);
+  ViewRecord *v = job->view;
+  if (job->worker.joinable()) job->worker.join();
+  if (job->code == 0)
+    InstallFullPicture(v, job);
+  else
+    v->decode_failed = true;
+  EndDecode(job);
+}
+
+// Waits, with the busy cursor, until the full picture replaces the reduced
+// first one.  Returns false when the full picture could not be read: the
+// view then keeps showing the reduced picture and stays marked as such, so
+// that no operation or save ever works on it.
 bool FinishFullLoad(ViewRecord *v) {
   if (!v->preview) return true;
-  if (v->full_timer) XtRemoveTimeOut(v->full_timer);
-  v->full_timer = 0;
-  LoadRequest req;
-  FillLoadRequest(Settings(), v->format, v->page, App().verbose, &req);
   // No events are handled until the full picture is in, so nothing draws
-  // from the freed reduced picture meanwhile.
+  // from the freed reduced picture meanwhile; freeing it first keeps the
+  // memory peak at the full picture's size.
   tslFree(&v->pic);
   SetBusy(v->shell, true);
-  TslPicture full{};
-  const int code = tslLoad(v->path.c_str(), &full, &req.params);
+  if (!v->decode) StartFullDecode(v);
+  FullDecode *job = v->decode;
+  if (job->worker.joinable()) job->worker.join();
   SetBusy(v->shell, false);
+  const int code = job->code;
+  if (code == 0) InstallFullPicture(v, job);
+  EndDecode(job);
   if (code != 0) {
-    tslFree(&full);
     // Show something again: a second reduced decode.
+    LoadRequest req;
+    FillLoadRequest(Settings(), v->format, v->page, App().verbose, &req);
     req.params.target_width = Transposed(v->orientation) ? v->view_h : v->view_w;
     req.params.target_height = Transposed(v->orientation) ? v->view_w : v->view_h;
     if (tslLoad(v->path.c_str(), &v->pic, &req.params) != 0) tslFree(&v->pic);
@@ -389,25 +525,15 @@ bool FinishFullLoad(ViewRecord *v) {
     ShowLoadError(v->shell, v->path.c_str(), code, nullptr);
     return false;
   }
-  SetBusy(v->shell, true);
-  Upright(&full, v->orientation);
-  SetBusy(v->shell, false);
-  v->pic = full;
-  v->preview = false;
-  v->zoom = v->preview_zoom;
-  Refresh(v);
   return true;
-}
-
-void FullLoadTick(XtPointer client, XtIntervalId *) {
-  auto *v = static_cast<ViewRecord *>(client);
-  v->full_timer = 0;
-  if (Alive(v) && !v->busy) FinishFullLoad(v);
 }
 
 // Reads the file information and the picture of `path` page `page` into
 // the view.  Nothing changes when the load fails.
 int LoadInto(ViewRecord *v, const char *path, int page, bool report) {
+  // The full decode of the picture being left is of no use any more (when
+  // this load fails, the next command that needs it decodes again).
+  CancelFullDecode(v);
   TslFileInfo info{};
   const bool have_info = tslFileInformation(path, -1, page, &info) == 0;
   const int orientation = have_info ? info.orientation : 0;
@@ -437,13 +563,19 @@ int LoadInto(ViewRecord *v, const char *path, int page, bool report) {
     return code;
   }
   Upright(&pic, orientation);
+  DropFitPixmap(v);
+  v->decode_failed = false;
   v->orientation = orientation;
-  if (v->full_timer) XtRemoveTimeOut(v->full_timer);
-  v->full_timer = 0;
   v->preview = preview_zoom > 0;
   v->preview_zoom = preview_zoom;
   v->full_w = have_info ? info.width : pic.width;
   v->full_h = have_info ? info.height : pic.height;
+  v->preview_w = static_cast<int>(pic.width);
+  v->preview_h = static_cast<int>(pic.height);
+  v->preview_model = pic.color_model;
+  v->preview_info = InfoFor(pic);
+  v->preview_info.width = v->full_w;
+  v->preview_info.height = v->full_h;
   StopAnimation(v);
   FreeFrames(v);
   tslFree(&v->pic);
@@ -787,12 +919,32 @@ void DoCommand(ViewRecord *v, const char *word);
 
 // ---- event handlers ------------------------------------------------------------
 
-Boolean ExitWhenIdle(XtPointer client) {
-  auto *v = static_cast<ViewRecord *>(client);
-  const char *bench = std::getenv("QUILLA_EXIT_AFTER_PAINT");
-  if (bench && std::strcmp(bench, "full") == 0 && Alive(v) && v->preview) return False;  // not yet
+Boolean ExitWhenIdle(XtPointer) {
   XSync(App().dpy, False);
   std::_Exit(0);
+}
+
+// Measurement switch for the benchmarks: QUILLA_EXIT_AFTER_PAINT ends the
+// program when it is idle after the first paint ("full": once the full
+// picture behind a reduced first decode is in).
+void ArmBenchExit(ViewRecord *v) {
+  static bool armed = false;
+  const char *bench = std::getenv("QUILLA_EXIT_AFTER_PAINT");
+  if (!bench || armed || (std::strcmp(bench, "full") == 0 && v->preview)) return;
+  armed = true;
+  XtAppAddWorkProc(App().app, ExitWhenIdle, nullptr);
+}
+
+// The first paint of a reduced decode: the picture is converted once into
+// a pixmap, which the server then copies for every Expose; the reduced
+// picture itself is freed, so that only the full one is in memory while it
+// is decoded.  Without the pixmap the picture is drawn directly.
+void MakeFitPixmap(ViewRecord *v) {
+  if (v->fit_pixmap || !v->pic.pixels || !v->display) return;
+  Display *dpy = XtDisplay(v->shell);
+  v->fit_pixmap = XCreatePixmap(dpy, v->canvas, v->view_w, v->view_h, CurrentVisual().info.depth);
+  DrawExposedArea(v->fit_pixmap, v->gc, v->display, 0, 0, 0, 0, v->view_w, v->view_h);
+  tslFree(&v->pic);
 }
 
 // ---- crop selection ------------------------------------------------------------
@@ -849,7 +1001,8 @@ void CanvasEvent(Widget, XtPointer client, XEvent *ev, Boolean *) {
   if (ev->xany.window != v->canvas && !(button && ev->xany.window == XtWindow(v->drawing_area))) return;
   switch (ev->type) {
     case Expose: {
-      if (!v->display || !v->gc || !Shown(v)->pixels) break;
+      if (v->preview && !v->fit_pixmap) MakeFitPixmap(v);
+      if (!v->display || !v->gc || (!Shown(v)->pixels && !v->fit_pixmap)) break;
       // Every Expose of the canvas already queued joins this one: resizes
       // and redraws queue several whole-area ones, and each would convert
       // the whole picture again.
@@ -865,21 +1018,24 @@ void CanvasEvent(Widget, XtPointer client, XEvent *ev, Boolean *) {
       }
       int ox, oy;
       Origin(v, &ox, &oy);
-      DrawExposedArea(v->canvas, v->gc, v->display, ox, oy, x0, y0, x1 - x0, y1 - y0);
+      if (v->fit_pixmap) {
+        x0 = std::max(x0, ox), y0 = std::max(y0, oy);
+        x1 = std::min(x1, ox + v->view_w), y1 = std::min(y1, oy + v->view_h);
+        if (x1 > x0 && y1 > y0) XCopyArea(dpy, v->fit_pixmap, v->canvas, v->gc, x0 - ox, y0 - oy, x1 - x0, y1 - y0, x0, y0);
+      } else {
+        DrawExposedArea(v->canvas, v->gc, v->display, ox, oy, x0, y0, x1 - x0, y1 - y0);
+      }
       DrawSelection(v);
-      // A quick reduced picture is on the screen: the full one follows,
-      // unless the program is only asked to show its first paint.
+      // A quick reduced picture is on the screen: the full one is decoded
+      // in the background, unless the program is only asked to show its
+      // first paint.
       const char *bench = std::getenv("QUILLA_EXIT_AFTER_PAINT");
       const bool first_paint_only = bench && std::strcmp(bench, "full") != 0;
-      if (v->preview && !v->full_timer && !first_paint_only)
-        v->full_timer = XtAppAddTimeOut(App().app, 1, FullLoadTick, v);
-      // Measurement switch for the benchmarks: end the program when it is
-      // idle after the first paint ("full": after the full picture's).
-      static bool exit_armed = false;
-      if (bench && !exit_armed) {
-        exit_armed = true;
-        XtAppAddWorkProc(App().app, ExitWhenIdle, v);
+      if (v->preview && !v->decode && !v->decode_failed && !first_paint_only) {
+        XFlush(dpy);
+        StartFullDecode(v);
       }
+      ArmBenchExit(v);
       break;
     }
     case MotionNotify:
@@ -1153,7 +1309,9 @@ bool CreateWindow(ViewRecord *v, Widget parent) {
   Window cmap_windows[2] = {v->canvas, XtWindow(v->shell)};
   XSetWMColormapWindows(dpy, XtWindow(v->shell), cmap_windows, 2);
   XMapWindow(dpy, v->canvas);
-  v->gc = XCreateGC(dpy, v->canvas, 0, nullptr);
+  XGCValues gcv;
+  gcv.graphics_exposures = False;  // the fit pixmap's copies need no events back
+  v->gc = XCreateGC(dpy, v->canvas, GCGraphicsExposures, &gcv);
   v->display = MakeDisplayObject(dpy, vd.info.depth, v->colours);
 
   v->picker = Settings().View.DisplayColorInformation;
@@ -1165,7 +1323,8 @@ bool CreateWindow(ViewRecord *v, Widget parent) {
 
 void FreeRecord(ViewRecord *v) {
   StopAnimation(v);
-  if (v->full_timer) XtRemoveTimeOut(v->full_timer);
+  CancelFullDecode(v);
+  DropFitPixmap(v);
   FreeFrames(v);
   tslFree(&v->pic);
   tslFree(&v->undo);
@@ -1509,9 +1668,9 @@ bool GetViewState(Widget w, ViewState *out) {
   out->scroll_x = v->scroll_x;
   out->scroll_y = v->scroll_y;
   const TslPicture *p = Shown(v);
-  out->width = p->width;
-  out->height = p->height;
-  out->color_model = p->color_model;
+  out->width = v->preview ? v->preview_w : p->width;
+  out->height = v->preview ? v->preview_h : p->height;
+  out->color_model = v->preview ? v->preview_model : p->color_model;
   out->modified = v->modified;
   out->full_screen = v->full_screen;
   out->picker = v->picker;
