@@ -63,6 +63,18 @@ constexpr size_t kFrameCacheBudget = size_t{256} << 20;
 
 struct ViewRecord;
 
+// The reduced first decode of a large JPEG opened in a new window, run on a
+// worker thread while the main thread builds the window.
+struct ReducedDecode {
+  std::string path;
+  int page = 0;
+  FitResult fit{};
+  LoadRequest req;
+  TslPicture pic{};
+  int code = -1;
+  std::thread worker;
+};
+
 // The full decode of a picture shown from its reduced decode, run on a
 // worker thread that calls the image library only.  The worker writes one
 // byte into the pipe when it is done; Xt watches the read end, so the
@@ -140,6 +152,7 @@ struct ViewRecord {
   int preview_model = 0;
   Pixmap fit_pixmap = 0;             // the reduced picture as drawn, view_w x view_h
   FullDecode *decode = nullptr;      // the background decode running
+  ReducedDecode *ahead = nullptr;    // the first decode, started before the window
   bool decode_failed = false;        // it failed: the next command reports why
   int min_area_w = 64;        // narrower, the menu bar or tool bar would wrap
   bool placing_bars = false;  // scroll bars being managed or unmanaged
@@ -528,6 +541,52 @@ bool FinishFullLoad(ViewRecord *v) {
   return true;
 }
 
+void DecodeReduced(ReducedDecode *r) {
+  r->code = tslLoad(r->path.c_str(), &r->pic, &r->req.params);
+  if (r->code != 0) tslFree(&r->pic);
+}
+
+// Starts the reduced first decode of `path` on a worker thread when the
+// picture is one shown that way; false when it is not.
+bool StartReducedDecode(ViewRecord *v, const char *path, int page) {
+  TslFileInfo info{};
+  if (tslFileInformation(path, -1, page, &info) != 0) return false;
+  if (Transposed(info.orientation)) std::swap(info.width, info.height);
+  FitResult f;
+  const bool wanted = WantPreview(v, info, &f);
+  if (wanted) {
+    auto *r = new ReducedDecode;
+    r->path = path;
+    r->page = page;
+    r->fit = f;
+    FillLoadRequest(Settings(), info.format, page, App().verbose, &r->req);
+    r->req.params.target_width = Transposed(info.orientation) ? f.view_h : f.view_w;
+    r->req.params.target_height = Transposed(info.orientation) ? f.view_w : f.view_h;
+    v->ahead = r;
+    try {
+      r->worker = std::thread(DecodeReduced, r);
+    } catch (const std::system_error &) {
+      DecodeReduced(r);
+    }
+  }
+  tslFileInformationFree(&info);
+  return wanted;
+}
+
+// Waits for the reduced first decode; false when it failed.
+bool ReducedDecodeDone(ViewRecord *v) {
+  if (v->ahead->worker.joinable()) v->ahead->worker.join();
+  return v->ahead->code == 0;
+}
+
+void DropReducedDecode(ViewRecord *v) {
+  if (!v->ahead) return;
+  if (v->ahead->worker.joinable()) v->ahead->worker.join();
+  tslFree(&v->ahead->pic);
+  delete v->ahead;
+  v->ahead = nullptr;
+}
+
 // Reads the file information and the picture of `path` page `page` into
 // the view.  Nothing changes when the load fails.
 int LoadInto(ViewRecord *v, const char *path, int page, bool report) {
@@ -541,7 +600,14 @@ int LoadInto(ViewRecord *v, const char *path, int page, bool report) {
   TslPicture pic{};
   double preview_zoom = 0;
   FitResult f;
-  if (have_info && WantPreview(v, info, &f)) {
+  if (ReducedDecode *r = v->ahead; r && r->path == path && r->page == page) {
+    if (r->worker.joinable()) r->worker.join();
+    if (r->code == 0) {
+      preview_zoom = r->fit.zoom;
+      pic = r->pic;
+      r->pic = TslPicture{};
+    }
+  } else if (have_info && WantPreview(v, info, &f)) {
     preview_zoom = f.zoom;
     LoadRequest req;
     FillLoadRequest(Settings(), info.format, page, App().verbose, &req);
@@ -576,6 +642,7 @@ int LoadInto(ViewRecord *v, const char *path, int page, bool report) {
   v->preview_info = InfoFor(pic);
   v->preview_info.width = v->full_w;
   v->preview_info.height = v->full_h;
+  DropReducedDecode(v);
   StopAnimation(v);
   FreeFrames(v);
   tslFree(&v->pic);
@@ -1268,13 +1335,15 @@ bool CreateWindow(ViewRecord *v, Widget parent) {
 
   // The first size: the fit decides; before the window exists the chrome is
   // estimated.
-  const TslPicture *p = &v->pic;
+  // (While the reduced first decode runs, the size it is decoded to.)
+  uint32_t pw = v->pic.width, ph = v->pic.height;
+  if (v->ahead) pw = v->ahead->fit.view_w, ph = v->ahead->fit.view_h;
   int rw, rh;
   ScreenRoom(v, &rw, &rh);
-  FitResult f = ComputeFit(Settings().View.Fit, p->width, p->height, rw, rh, rw, rh);
-  if (Settings().View.Fit == kNoFit) f.view_w = std::min(static_cast<int>(p->width), rw), f.view_h = std::min(static_cast<int>(p->height), rh);
-  v->view_w = std::max(1, static_cast<int>(p->width * f.zoom / 100.0));
-  v->view_h = std::max(1, static_cast<int>(p->height * f.zoom / 100.0));
+  FitResult f = ComputeFit(Settings().View.Fit, pw, ph, rw, rh, rw, rh);
+  if (Settings().View.Fit == kNoFit) f.view_w = std::min(static_cast<int>(pw), rw), f.view_h = std::min(static_cast<int>(ph), rh);
+  v->view_w = std::max(1, static_cast<int>(pw * f.zoom / 100.0));
+  v->view_h = std::max(1, static_cast<int>(ph * f.zoom / 100.0));
   SizeAreaTo(v, f.view_w, f.view_h);
 
   XtRealizeWidget(v->shell);
@@ -1287,7 +1356,7 @@ bool CreateWindow(ViewRecord *v, Widget parent) {
   }
 
   // The picture window on the chosen visual.
-  v->colours = GetColourData(dpy, App().screen, &v->pic, App().own_colormap);
+  v->colours = GetColourData(dpy, App().screen, v->pic.pixels ? &v->pic : nullptr, App().own_colormap);
   if (!v->colours) return false;
   int aw, ah;
   AreaSize(v, &aw, &ah);
@@ -1324,13 +1393,36 @@ bool CreateWindow(ViewRecord *v, Widget parent) {
 void FreeRecord(ViewRecord *v) {
   StopAnimation(v);
   CancelFullDecode(v);
-  DropFitPixmap(v);
+  DropReducedDecode(v);
   FreeFrames(v);
   tslFree(&v->pic);
   tslFree(&v->undo);
   tslFree(&v->mask);
   std::free(v->list);
   delete v;
+}
+
+// Destroys the window of a view and everything drawn with it; the record
+// stays.
+void DestroyWindow(ViewRecord *v) {
+  Display *dpy = App().dpy;
+  DropFitPixmap(v);
+  if (v->display) ReleaseDisplayObject(v->display);
+  v->display = nullptr;
+  if (v->gc) XFreeGC(dpy, v->gc);
+  v->gc = nullptr;
+  if (v->canvas) {
+    XtUnregisterDrawable(dpy, v->canvas);
+    XDestroyWindow(dpy, v->canvas);
+  }
+  v->canvas = 0;
+  if (v->colours) ReleaseColourData(dpy, v->colours);
+  v->colours = nullptr;
+  if (v->shell) XtDestroyWidget(v->shell);
+  if (App().main_window == v->shell) App().main_window = nullptr;
+  v->shell = v->main_window = v->menu = v->popup = v->toolbar = nullptr;
+  v->scroll_h = v->scroll_v = v->drawing_area = v->message_window = v->label_info = nullptr;
+  v->picker_shell = v->picker_label = nullptr;
 }
 
 void DestroyView(ViewRecord *v) {
@@ -1340,17 +1432,7 @@ void DestroyView(ViewRecord *v) {
     return;
   }
   g_views.erase(it);
-  Display *dpy = App().dpy;
-  if (v->display) ReleaseDisplayObject(v->display);
-  v->display = nullptr;
-  if (v->gc) XFreeGC(dpy, v->gc);
-  if (v->canvas) {
-    XtUnregisterDrawable(dpy, v->canvas);
-    XDestroyWindow(dpy, v->canvas);
-  }
-  if (v->colours) ReleaseColourData(dpy, v->colours);
-  if (v->shell) XtDestroyWidget(v->shell);
-  if (App().main_window == v->shell) App().main_window = nullptr;
+  DestroyWindow(v);
   FreeRecord(v);
 }
 
@@ -1374,7 +1456,25 @@ Widget OpenView(Widget parent, ViewRecord *v, int page) {
   }
   g_views.push_back(v);
   int code = -1;
-  if (v->list) {
+  // A single large JPEG: the window is built while its reduced first decode
+  // runs.  When that decode fails, the window goes and the file is loaded
+  // as any other (with its progress and its error message).
+  bool built = false;
+  if (!v->list && StartReducedDecode(v, v->path.c_str(), page)) {
+    built = CreateWindow(v, parent) && ReducedDecodeDone(v) && LoadInto(v, v->path.c_str(), page, false) == 0 &&
+            v->preview;
+    if (!built) {
+      DestroyWindow(v);
+      DropReducedDecode(v);
+      if (v->preview) {  // the full load below starts from nothing
+        tslFree(&v->pic);
+        v->preview = false;
+      }
+    }
+  }
+  if (built) {
+    code = 0;
+  } else if (v->list) {
     for (int i = 0; i < v->count && Alive(v); ++i) {
       code = LoadInto(v, v->list[i].path, page, true);
       if (code == 0) {
@@ -1386,7 +1486,7 @@ Widget OpenView(Widget parent, ViewRecord *v, int page) {
     code = LoadInto(v, v->path.c_str(), page, true);
   }
   if (!Alive(v)) return nullptr;
-  if (code != 0 || !CreateWindow(v, parent)) {
+  if (code != 0 || (!built && !CreateWindow(v, parent))) {
     g_views.erase(std::find(g_views.begin(), g_views.end(), v));
     if (v->shell) XtDestroyWidget(v->shell);
     if (v->colours) ReleaseColourData(App().dpy, v->colours);

@@ -4,6 +4,8 @@
 // GoogleTest first: X headers define macros (None, Bool...) that clash with it.
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <X11/Intrinsic.h>
 #include <X11/Shell.h>
 #include <X11/Xutil.h>
@@ -738,6 +740,29 @@ TEST_F(LargeJpegTest, NextFileOrCloseDuringTheBackgroundDecode) {
   Pump();
   EXPECT_EQ(ViewCount(), 0);
   RunFor(200);  // a worker left running would now touch freed memory
+}
+
+// A large JPEG cut short: its window, built while the reduced decode ran,
+// goes again, and the file is loaded as any other, whose error is shown
+// once.  No window of it is left behind.
+TEST_F(LargeJpegTest, CutShortOpensNoWindow) {
+  Open("QUILLA_TEST_DISPLAY");
+  const int sw = DisplayWidth(dpy_, App().screen), sh = DisplayHeight(dpy_, App().screen);
+  const std::string path = BigJpeg(dir_.file("cut.jpg"), sw * 3, sh * 3);
+  ASSERT_EQ(truncate(path.c_str(), 4000), 0);
+  static int boxes;
+  boxes = 0;
+  DialogHook old = SetDialogHook([](Widget box) {
+    if (box != ShownMessageBox()) return;
+    ++boxes;
+    XtCallCallbacks(XtNameToWidget(box, "*buttonOK"), XmNactivateCallback, nullptr);
+  });
+  EXPECT_EQ(OpenViewOnFile(App().shell, path.c_str(), 0), nullptr);
+  SetDialogHook(old);
+  Pump();
+  EXPECT_EQ(boxes, 1);
+  EXPECT_EQ(ViewCount(), 0);
+  EXPECT_EQ(XtNameToWidget(App().shell, "QuillView"), nullptr);
 }
 
 // A large JPEG stored turned is upright from the reduced first paint to the
