@@ -61,6 +61,10 @@ const char kTitle[] = "Quilla v1.50";
 // decoded again on each pass.
 constexpr size_t kFrameCacheBudget = size_t{256} << 20;
 
+// The full picture behind a reduced first paint is decoded this long (ms)
+// after that paint.
+constexpr unsigned long kFullDecodeDelayMs = 50;
+
 struct ViewRecord;
 
 // The reduced first decode of a large JPEG opened in a new window, run on a
@@ -152,6 +156,7 @@ struct ViewRecord {
   int preview_model = 0;
   Pixmap fit_pixmap = 0;             // the reduced picture as drawn, view_w x view_h
   FullDecode *decode = nullptr;      // the background decode running
+  XtIntervalId decode_timer = 0;     // it starts shortly after the first paint
   ReducedDecode *ahead = nullptr;    // the first decode, started before the window
   bool decode_failed = false;        // it failed: the next command reports why
   int min_area_w = 64;        // narrower, the menu bar or tool bar would wrap
@@ -473,6 +478,8 @@ void EndDecode(FullDecode *job) {
 // A move to another file or a close: the decode stops at its next band of
 // rows and its picture is dropped.
 void CancelFullDecode(ViewRecord *v) {
+  if (v->decode_timer) XtRemoveTimeOut(v->decode_timer);
+  v->decode_timer = 0;
   if (!v->decode) return;
   v->decode->cancelled = true;
   EndDecode(v->decode);
@@ -519,6 +526,8 @@ bool FinishFullLoad(ViewRecord *v) {
   // memory peak at the full picture's size.
   tslFree(&v->pic);
   SetBusy(v->shell, true);
+  if (v->decode_timer) XtRemoveTimeOut(v->decode_timer);
+  v->decode_timer = 0;
   if (!v->decode) StartFullDecode(v);
   FullDecode *job = v->decode;
   if (job->worker.joinable()) job->worker.join();
@@ -585,6 +594,14 @@ void DropReducedDecode(ViewRecord *v) {
   tslFree(&v->ahead->pic);
   delete v->ahead;
   v->ahead = nullptr;
+}
+
+// The first paint is on the screen: the full decode starts, unless a
+// command has already waited for it.
+void StartFullDecodeTick(XtPointer client, XtIntervalId *) {
+  auto *v = static_cast<ViewRecord *>(client);
+  v->decode_timer = 0;
+  if (v->preview && !v->decode) StartFullDecode(v);
 }
 
 // Reads the file information and the picture of `path` page `page` into
@@ -1098,9 +1115,12 @@ void CanvasEvent(Widget, XtPointer client, XEvent *ev, Boolean *) {
       // first paint.
       const char *bench = std::getenv("QUILLA_EXIT_AFTER_PAINT");
       const bool first_paint_only = bench && std::strcmp(bench, "full") != 0;
-      if (v->preview && !v->decode && !v->decode_failed && !first_paint_only) {
-        XFlush(dpy);
-        StartFullDecode(v);
+      // The decode waits until the server has drawn the first paint and a
+      // little longer, so that it does not take the processor from the
+      // server (or from the window manager) while they put it on the screen.
+      if (v->preview && !v->decode && !v->decode_timer && !v->decode_failed && !first_paint_only) {
+        XSync(dpy, False);
+        v->decode_timer = XtAppAddTimeOut(App().app, kFullDecodeDelayMs, StartFullDecodeTick, v);
       }
       ArmBenchExit(v);
       break;
