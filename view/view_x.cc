@@ -867,8 +867,15 @@ void ToggleFullScreen(ViewRecord *v) {
 
 // ---- colour information ------------------------------------------------------
 
+bool FinishFullLoad(ViewRecord *v);
+
 void ShowPicker(ViewRecord *v, int wx, int wy, int root_x, int root_y) {
-  if (v->preview) return;  // only the full picture's values are shown
+  // Only the full picture's values are shown: the picker waits for it (once:
+  // when it cannot be read, the picker stays silent).
+  if (v->preview && (v->decode_failed || !FinishFullLoad(v))) {
+    v->decode_failed = true;
+    return;
+  }
   const TslPicture *p = Shown(v);
   int ox, oy;
   Origin(v, &ox, &oy);

@@ -680,6 +680,33 @@ TEST_F(LargeJpegTest, CommandsWaitForTheFullPicture) {
   RunViewCommand(shell, "close");
   Pump();
 
+  // The colour picker, on from the start, reads the full picture's pixels.
+  Settings().View.DisplayColorInformation = true;
+  shell = OpenViewOnFile(App().shell, path.c_str(), 0);
+  ASSERT_NE(shell, nullptr);
+  Pump();
+  s = State(shell);
+  ASSERT_TRUE(s.picker);
+  XMotionEvent ev{};
+  ev.type = MotionNotify;
+  ev.display = dpy_;
+  ev.window = s.canvas;
+  ev.x = s.org_x + 10;
+  ev.y = s.org_y + 20;
+  ev.same_screen = True;
+  XSendEvent(dpy_, s.canvas, True, PointerMotionMask, reinterpret_cast<XEvent *>(&ev));
+  Pump();
+  EXPECT_FALSE(State(shell).preview);
+  Widget tip = XtNameToWidget(shell, "ColorPicker");
+  ASSERT_NE(tip, nullptr);
+  const std::string expected = "X: " + std::to_string(static_cast<int>(10 * 100.0 / s.zoom)) +
+                               ", Y: " + std::to_string(static_cast<int>(20 * 100.0 / s.zoom)) + "\n";
+  EXPECT_EQ(guitest::LabelText(tip, "ColorPickerText").rfind(expected, 0), 0u)
+      << guitest::LabelText(tip, "ColorPickerText");
+  RunViewCommand(shell, "close");
+  Pump();
+  Settings().View.DisplayColorInformation = false;
+
   // Before the first paint (no decode started yet) and right after it.
   for (bool painted : {false, true}) {
     shell = OpenViewOnFile(App().shell, path.c_str(), 0);
