@@ -1112,7 +1112,8 @@ void CanvasEvent(Widget, XtPointer client, XEvent *ev, Boolean *) {
       if (v->fit_pixmap) {
         x0 = std::max(x0, ox), y0 = std::max(y0, oy);
         x1 = std::min(x1, ox + v->view_w), y1 = std::min(y1, oy + v->view_h);
-        if (x1 > x0 && y1 > y0) XCopyArea(dpy, v->fit_pixmap, v->canvas, v->gc, x0 - ox, y0 - oy, x1 - x0, y1 - y0, x0, y0);
+        if (x1 > x0 && y1 > y0)
+          XCopyArea(dpy, v->fit_pixmap, v->canvas, v->gc, x0 - ox, y0 - oy, x1 - x0, y1 - y0, x0, y0);
       } else {
         DrawExposedArea(v->canvas, v->gc, v->display, ox, oy, x0, y0, x1 - x0, y1 - y0);
       }
@@ -1368,7 +1369,8 @@ bool CreateWindow(ViewRecord *v, Widget parent) {
   int rw, rh;
   ScreenRoom(v, &rw, &rh);
   FitResult f = ComputeFit(Settings().View.Fit, pw, ph, rw, rh, rw, rh);
-  if (Settings().View.Fit == kNoFit) f.view_w = std::min(static_cast<int>(pw), rw), f.view_h = std::min(static_cast<int>(ph), rh);
+  if (Settings().View.Fit == kNoFit)
+    f.view_w = std::min(static_cast<int>(pw), rw), f.view_h = std::min(static_cast<int>(ph), rh);
   v->view_w = std::max(1, static_cast<int>(pw * f.zoom / 100.0));
   v->view_h = std::max(1, static_cast<int>(ph * f.zoom / 100.0));
   SizeAreaTo(v, f.view_w, f.view_h);

@@ -361,7 +361,8 @@ int reducePicture(TslPicture *picture, int tw, int th) {
   }
   if (model == TSL_RGB && picture->color_model == TSL_RGB && sw < (1u << 24)) {
     // Large pictures in two bands, the lower one on a second thread.
-    const uint32_t half = dw * dh >= (1u << 18) && std::thread::hardware_concurrency() > 1 ? static_cast<uint32_t>(dh / 2) : 0;
+    const bool two = dw * dh >= (1u << 18) && std::thread::hardware_concurrency() > 1;
+    const uint32_t half = two ? static_cast<uint32_t>(dh / 2) : 0;
     std::thread lower;
     if (half > 0) {
       try {
