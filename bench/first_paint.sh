@@ -6,7 +6,8 @@
 # picture.
 #
 #   bench/first_paint.sh                  uses build/ (QUILLA_BUILD_DIR to change)
-#   BENCH_RUNS=5 bench/first_paint.sh     best of 5 instead of 3
+#   BENCH_RUNS=5 bench/first_paint.sh     5 runs (rounds) instead of 3
+#   BENCH_VERBOSE=1 bench/first_paint.sh  also every watched run
 #   BENCH_SIZE=400x300 bench/first_paint.sh   a quick trial on a small picture
 #   BENCH_INSTALL=0 bench/first_paint.sh  never install the optional peers
 #
@@ -371,21 +372,28 @@ best_time() {
   printf '%.3f' "$best"
 }
 
-# watched_time TITLE CMD...: "SECONDS PEAK_KB" of the best of RUNS watched
-# runs, "fail" when any run fails, "-" without the watcher or the command.
-watched_time() {
+# watched_once TITLE CMD...: "SECONDS PEAK_KB" of one watched run, "fail(WHY)
+# -" when it fails, "- -" without the watcher or the command.
+watched_once() {
   local title=$1
   shift
   if [ -z "$WATCH" ] || ! have "$1"; then printf -- '- -'; return; fi
-  local best="" best_kb="" out t kb
-  for ((i = 0; i < RUNS; ++i)); do
-    : >"$RC"
-    out=$("$WATCH" "$title" "$SETTLE_MS" "$((TIMEOUT_S * 1000))" "$@")
-    read -r t kb <<<"$out"
-    if [ "$t" = fail ]; then printf 'fail(%s) -' "$kb"; return; fi
-    if [ -z "$best" ] || [ "$(echo "$t < $best" | bc -l)" = 1 ]; then best=$t best_kb=$kb; fi
+  local out t kb
+  : >"$RC"
+  out=$("$WATCH" "$title" "$SETTLE_MS" "$((TIMEOUT_S * 1000))" "$@")
+  read -r t kb <<<"$out"
+  if [ "$t" = fail ]; then printf 'fail(%s) -' "$kb"; return; fi
+  printf '%s %s' "$t" "$kb"
+}
+
+# median_pair "T KB" ...: the pair with the median time; the first failure
+# or "-" when any run did not give a time.
+median_pair() {
+  local p
+  for p in "$@"; do
+    [[ ${p%% *} =~ ^[0-9.]+$ ]] || { printf '%s' "$p"; return; }
   done
-  printf '%s %s' "$best" "$best_kb"
+  printf '%s\n' "$@" | sort -n | awk '{ v[NR] = $0 } END { printf "%s", v[int((NR + 1) / 2)] }'
 }
 
 # median_rss CMD...: median peak RSS in KiB (GNU time %M) of RUNS runs.
@@ -415,16 +423,29 @@ t_quilla=$(best_time "${QCMD[@]}" "$BIG")
 t_tiny=$(best_time "${QCMD[@]}" "$TINY")
 t_djpeg="-"
 have djpeg && t_djpeg=$(best_time djpeg -outfile /dev/null "$BIG")
-read -r w_quilla k_quilla <<<"$(watched_time "Quilla" env -u QUILLA_EXIT_AFTER_PAINT "$QUILLA" -ini "$RC" "$BIG")"
-read -r w_display k_display <<<"$(watched_time "$(basename "$BIG")" display -geometry +0+0 -resize "$FIT" "$BIG")"
-read -r w_feh k_feh <<<"$(watched_time "$(basename "$BIG")" feh --scale-down --geometry +0+0 "$BIG")"
-# The two commands of the first-paint target: feh in a 1600x1000 window and
-# xloadimage at 40% (both fit a 4000x3000 picture to a 1920x1080 screen).
-read -r w_fehg k_fehg <<<"$(watched_time "$(basename "$BIG")" feh -g 1600x1000 "$BIG")"
-read -r w_xli k_xli <<<"$(watched_time "$(basename "$BIG")" xloadimage -zoom 40 "$BIG")"
+# The watched viewers run one after the other in each of RUNS rounds, so
+# that a busy machine slows them alike; each one's figure is its median run.
+# feh -g and xloadimage are the two commands of the first-paint target: feh
+# in a 1600x1000 window and xloadimage at 40% (both fit a 4000x3000 picture
+# to a 1920x1080 screen).
+TITLE=$(basename "$BIG")
+r_quilla=() r_display=() r_feh=() r_fehg=() r_xli=()
+for ((round = 0; round < RUNS; ++round)); do
+  r_quilla+=("$(watched_once "Quilla" env -u QUILLA_EXIT_AFTER_PAINT "$QUILLA" -ini "$RC" "$BIG")")
+  r_display+=("$(watched_once "$TITLE" display -geometry +0+0 -resize "$FIT" "$BIG")")
+  r_feh+=("$(watched_once "$TITLE" feh --scale-down --geometry +0+0 "$BIG")")
+  r_fehg+=("$(watched_once "$TITLE" feh -g 1600x1000 "$BIG")")
+  r_xli+=("$(watched_once "$TITLE" xloadimage -zoom 40 "$BIG")")
+done
+read -r w_quilla k_quilla <<<"$(median_pair "${r_quilla[@]}")"
+read -r w_display k_display <<<"$(median_pair "${r_display[@]}")"
+read -r w_feh k_feh <<<"$(median_pair "${r_feh[@]}")"
+read -r w_fehg k_fehg <<<"$(median_pair "${r_fehg[@]}")"
+read -r w_xli k_xli <<<"$(median_pair "${r_xli[@]}")"
 
 echo
-echo "first paint of the $SIZE JPEG, seconds from start, best of $RUNS runs"
+echo "first paint of the $SIZE JPEG, seconds from start: best of $RUNS runs for the first three rows,"
+echo "median of $RUNS interleaved rounds for the watched windows"
 printf '%-44s %9s %12s\n' "command" "time (s)" "peak RSS KiB"
 printf '%-44s %9s %12s\n' "-------" "--------" "------------"
 printf '%-44s %9s %12s\n' "quilla (QUILLA_EXIT_AFTER_PAINT)" "$t_quilla" ""
@@ -443,17 +464,25 @@ for t in "$w_fehg" "$w_xli"; do
   if [ -z "$fastest" ] || [ "$(echo "$t < $fastest" | bc -l)" = 1 ]; then fastest=$t; fi
 done
 echo "quilla watched / faster of feh -g and xloadimage: $(ratio "$w_quilla" "$fastest") (target 1.0, aim 0.7)"
+echo "quilla watched / feh -g: $(ratio "$w_quilla" "$w_fehg"), / xloadimage: $(ratio "$w_quilla" "$w_xli")"
+if [ "${BENCH_VERBOSE:-0}" = 1 ]; then
+  echo "every watched run (seconds, peak KiB):"
+  for n in quilla display feh fehg xli; do
+    eval 'printf "  %-8s %s\n" '"$n"' "${r_'"$n"'[*]}"'
+  done
+fi
 
-# Memory with the full picture in: QUILLA_EXIT_AFTER_PAINT=full waits for
-# the full decode that follows the reduced first paint of a large JPEG.
+# Memory with the full picture in: QUILLA_EXIT_AFTER_PAINT=full waits until
+# the full decode that follows the reduced first paint of a large JPEG
+# (in the background, on a worker thread) has taken the reduced one's place.
 QCMD_FULL=(env QUILLA_EXIT_AFTER_PAINT=full "$QUILLA" -ini "$RC")
 t_full=$(best_time "${QCMD_FULL[@]}" "$BIG")
-echo "quilla, full picture loaded and painted: $t_full s"
+echo "quilla, full picture decoded in the background and in place: $t_full s"
 m_big=$(median_rss "${QCMD_FULL[@]}" "$BIG")
 m_tiny=$(median_rss "${QCMD_FULL[@]}" "$TINY")
 PIC_BYTES=$((PIC_W * PIC_H * 3 + 256 * 256 * 4))
 echo
-echo "peak RSS of quilla with the full picture painted (GNU time %M), median of $RUNS runs"
+echo "peak RSS of quilla with the full picture in (GNU time %M), median of $RUNS runs"
 printf '%-44s %12s\n' "$SIZE picture (KiB)" "$m_big"
 printf '%-44s %12s\n' "16x16 picture, fixed cost (KiB)" "$m_tiny"
 printf '%-44s %12s\n' "picture RGB + one 256x256 tile (KiB)" "$(echo "scale=0; $PIC_BYTES / 1024" | bc)"

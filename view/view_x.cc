@@ -22,13 +22,20 @@
 #include <Xm/ScrollBar.h>
 #include <Xm/Xm.h>
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <atomic>
+#include <cerrno>
 #include <climits>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <system_error>
+#include <thread>
 #include <vector>
 
 #include "core/app_x.h"
@@ -53,6 +60,41 @@ const char kTitle[] = "Quilla v1.50";
 // Frames of an animation kept in memory at most (bytes); past it frames are
 // decoded again on each pass.
 constexpr size_t kFrameCacheBudget = size_t{256} << 20;
+
+// The full picture behind a reduced first paint is decoded this long (ms)
+// after that paint.
+constexpr unsigned long kFullDecodeDelayMs = 50;
+
+struct ViewRecord;
+
+// The reduced first decode of a large JPEG opened in a new window, run on a
+// worker thread while the main thread builds the window.
+struct ReducedDecode {
+  std::string path;
+  int page = 0;
+  FitResult fit{};
+  LoadRequest req;
+  TslPicture pic{};
+  int code = -1;
+  std::thread worker;
+};
+
+// The full decode of a picture shown from its reduced decode, run on a
+// worker thread that calls the image library only.  The worker writes one
+// byte into the pipe when it is done; Xt watches the read end, so the
+// result is taken over on the main thread.
+struct FullDecode {
+  ViewRecord *view = nullptr;
+  std::string path;
+  int orientation = 0;
+  LoadRequest req;
+  std::atomic<bool> cancelled{false};
+  TslPicture pic{};
+  int code = 0;
+  int fds[2] = {-1, -1};
+  XtInputId input = 0;
+  std::thread worker;
+};
 
 struct ViewRecord {
   Widget shell = nullptr, main_window = nullptr, menu = nullptr, popup = nullptr, toolbar = nullptr;
@@ -101,12 +143,22 @@ struct ViewRecord {
   int press_x = 0, press_y = 0;
   bool moved = false;    // the pointer went further than a click allows
   // A large JPEG that opens shrunk to the screen is first shown from a
-  // reduced decode (the codec's own scaling, at the displayed size); the
-  // full picture is loaded right after that first paint.
+  // reduced decode (the codec's own scaling, at the displayed size).  Its
+  // first paint goes through a server-side pixmap, after which the reduced
+  // picture is freed; the full picture is decoded in the background and
+  // takes its place without a redraw.  The pixmap stays on the screen until
+  // the zoom or the picture changes.
   bool preview = false;
   uint32_t full_w = 0, full_h = 0;
   double preview_zoom = 100;
-  XtIntervalId full_timer = 0;
+  int preview_w = 0, preview_h = 0;  // the reduced picture's size
+  InfoLabel preview_info;            // its label, the full size
+  int preview_model = 0;
+  Pixmap fit_pixmap = 0;             // the reduced picture as drawn, view_w x view_h
+  FullDecode *decode = nullptr;      // the background decode running
+  XtIntervalId decode_timer = 0;     // it starts shortly after the first paint
+  ReducedDecode *ahead = nullptr;    // the first decode, started before the window
+  bool decode_failed = false;        // it failed: the next command reports why
   int min_area_w = 64;        // narrower, the menu bar or tool bar would wrap
   bool placing_bars = false;  // scroll bars being managed or unmanaged
   int busy = 0;               // loads running inside this view's event pumping
@@ -170,12 +222,7 @@ void Origin(const ViewRecord *v, int *x, int *y) {
 
 void UpdateLabel(ViewRecord *v) {
   if (!v->label_info) return;
-  const TslPicture *p = &v->pic;
-  InfoLabel info = InfoFor(*p);
-  if (v->preview) {
-    info.width = v->full_w;
-    info.height = v->full_h;
-  }
+  InfoLabel info = v->preview ? v->preview_info : InfoFor(v->pic);
   if (v->count > 1) {
     info.list_pos = v->pos + 1;
     info.list_count = v->count;
@@ -246,14 +293,25 @@ void Redraw(ViewRecord *v) {
   if (v->canvas) XClearArea(XtDisplay(v->shell), v->canvas, 0, 0, 0, 0, True);
 }
 
+void DropFitPixmap(ViewRecord *v) {
+  if (v->fit_pixmap) XFreePixmap(App().dpy, v->fit_pixmap);
+  v->fit_pixmap = 0;
+}
+
 // Picture, zoom or page changed: choose the converter again and redraw.
+// The reduced first picture (or its pixmap) is shown as it is.
 void Refresh(ViewRecord *v) {
   const TslPicture *p = Shown(v);
-  const double zoom = v->preview ? 100.0 : v->zoom;
-  v->view_w = std::max(1, static_cast<int>(p->width * zoom / 100.0));
-  v->view_h = std::max(1, static_cast<int>(p->height * zoom / 100.0));
+  if (v->preview) {
+    v->view_w = v->preview_w;
+    v->view_h = v->preview_h;
+  } else {
+    DropFitPixmap(v);
+    v->view_w = std::max(1, static_cast<int>(p->width * v->zoom / 100.0));
+    v->view_h = std::max(1, static_cast<int>(p->height * v->zoom / 100.0));
+  }
   if (v->display && p->pixels) {
-    SetDisplayZoom(v->display, zoom);
+    SetDisplayZoom(v->display, v->preview ? 100.0 : v->zoom);
     PrepareDisplay(v->display, p, v->view_w, v->view_h);
   }
   UpdateScrollBars(v);
@@ -308,9 +366,7 @@ void ApplyFit(ViewRecord *v, bool resize_window) {
   if (v->preview) {  // already decoded at the fitted size
     v->zoom = v->preview_zoom;
     v->scroll_x = v->scroll_y = 0;
-    v->view_w = static_cast<int>(p->width);
-    v->view_h = static_cast<int>(p->height);
-    if (resize_window) SizeAreaTo(v, p->width, p->height);
+    if (resize_window) SizeAreaTo(v, v->preview_w, v->preview_h);
     Refresh(v);
     return;
   }
@@ -360,27 +416,129 @@ bool WantPreview(const ViewRecord *v, const TslFileInfo &info, FitResult *fit) {
   return fit->zoom < 50.0;
 }
 
-// Replaces the reduced first picture with the full one.  The reduced one is
-// freed first, so that the memory peak stays at the full picture's size.
-// Returns false when the full picture could not be read: the view then
-// keeps showing the reduced picture and stays marked as such, so that no
-// operation or save ever works on it.
+// ---- the full picture behind a reduced first decode --------------------------
+
+void DecodeDone(XtPointer client, int *, XtInputId *);
+
+// The worker's stop test, through the library's progress callback.
+int StopWhenCancelled(int, int, void *data) {
+  return static_cast<const FullDecode *>(data)->cancelled.load(std::memory_order_relaxed) ? 1 : 0;
+}
+
+// Runs on the worker thread (or inline when no thread could be started).
+void DecodeFull(FullDecode *job) {
+  job->code = tslLoad(job->path.c_str(), &job->pic, &job->req.params);
+  if (job->code == 0)
+    Upright(&job->pic, job->orientation);
+  else
+    tslFree(&job->pic);
+  const char done = 1;
+  while (job->fds[1] >= 0 && write(job->fds[1], &done, 1) < 0 && errno == EINTR) {
+  }
+}
+
+// Starts the full decode of the view's file on a worker thread.
+void StartFullDecode(ViewRecord *v) {
+  auto *job = new FullDecode;
+  job->view = v;
+  job->path = v->path;
+  job->orientation = v->orientation;
+  FillLoadRequest(Settings(), v->format, v->page, App().verbose, &job->req);
+  job->req.params.progress = StopWhenCancelled;
+  job->req.params.progress_data = job;
+  v->decode = job;
+  if (pipe2(job->fds, O_CLOEXEC) == 0) {
+    try {
+      job->worker = std::thread(DecodeFull, job);
+      job->input = XtAppAddInput(App().app, job->fds[0], reinterpret_cast<XtPointer>(XtInputReadMask), DecodeDone,
+                                 job);
+      return;
+    } catch (const std::system_error &) {
+    }
+  }
+  // No pipe or no thread: decode here and now.
+  for (int &fd : job->fds) {
+    if (fd >= 0) close(fd);
+    fd = -1;
+  }
+  DecodeFull(job);
+}
+
+// Waits for the worker and frees what the decode still holds.
+void EndDecode(FullDecode *job) {
+  if (job->worker.joinable()) job->worker.join();
+  if (job->input) XtRemoveInput(job->input);
+  for (int fd : job->fds)
+    if (fd >= 0) close(fd);
+  tslFree(&job->pic);
+  if (job->view && job->view->decode == job) job->view->decode = nullptr;
+  delete job;
+}
+
+// A move to another file or a close: the decode stops at its next band of
+// rows and its picture is dropped.
+void CancelFullDecode(ViewRecord *v) {
+  if (v->decode_timer) XtRemoveTimeOut(v->decode_timer);
+  v->decode_timer = 0;
+  if (!v->decode) return;
+  v->decode->cancelled = true;
+  EndDecode(v->decode);
+}
+
+void ArmBenchExit(ViewRecord *v);
+
+// The full picture takes the reduced one's place.  A pixmap on the screen
+// stays there: at the fitted zoom it shows all the detail the screen can.
+void InstallFullPicture(ViewRecord *v, FullDecode *job) {
+  tslFree(&v->pic);
+  v->pic = job->pic;
+  job->pic = TslPicture{};
+  v->preview = false;
+  v->zoom = v->preview_zoom;
+  if (v->fit_pixmap)
+    UpdateLabel(v);
+  else
+    Refresh(v);
+  ArmBenchExit(v);
+}
+
+// The worker is done: take its picture over, unless it failed (the next
+// command that needs the full picture then decodes again and reports).
+void DecodeDone(XtPointer client, int *, XtInputId *) {
+  auto *job = static_cast<FullDecode *>(client);
+  ViewRecord *v = job->view;
+  if (job->worker.joinable()) job->worker.join();
+  if (job->code == 0)
+    InstallFullPicture(v, job);
+  else
+    v->decode_failed = true;
+  EndDecode(job);
+}
+
+// Waits, with the busy cursor, until the full picture replaces the reduced
+// first one.  Returns false when the full picture could not be read: the
+// view then keeps showing the reduced picture and stays marked as such, so
+// that no operation or save ever works on it.
 bool FinishFullLoad(ViewRecord *v) {
   if (!v->preview) return true;
-  if (v->full_timer) XtRemoveTimeOut(v->full_timer);
-  v->full_timer = 0;
-  LoadRequest req;
-  FillLoadRequest(Settings(), v->format, v->page, App().verbose, &req);
   // No events are handled until the full picture is in, so nothing draws
-  // from the freed reduced picture meanwhile.
+  // from the freed reduced picture meanwhile; freeing it first keeps the
+  // memory peak at the full picture's size.
   tslFree(&v->pic);
   SetBusy(v->shell, true);
-  TslPicture full{};
-  const int code = tslLoad(v->path.c_str(), &full, &req.params);
+  if (v->decode_timer) XtRemoveTimeOut(v->decode_timer);
+  v->decode_timer = 0;
+  if (!v->decode) StartFullDecode(v);
+  FullDecode *job = v->decode;
+  if (job->worker.joinable()) job->worker.join();
   SetBusy(v->shell, false);
+  const int code = job->code;
+  if (code == 0) InstallFullPicture(v, job);
+  EndDecode(job);
   if (code != 0) {
-    tslFree(&full);
     // Show something again: a second reduced decode.
+    LoadRequest req;
+    FillLoadRequest(Settings(), v->format, v->page, App().verbose, &req);
     req.params.target_width = Transposed(v->orientation) ? v->view_h : v->view_w;
     req.params.target_height = Transposed(v->orientation) ? v->view_w : v->view_h;
     if (tslLoad(v->path.c_str(), &v->pic, &req.params) != 0) tslFree(&v->pic);
@@ -389,25 +547,69 @@ bool FinishFullLoad(ViewRecord *v) {
     ShowLoadError(v->shell, v->path.c_str(), code, nullptr);
     return false;
   }
-  SetBusy(v->shell, true);
-  Upright(&full, v->orientation);
-  SetBusy(v->shell, false);
-  v->pic = full;
-  v->preview = false;
-  v->zoom = v->preview_zoom;
-  Refresh(v);
   return true;
 }
 
-void FullLoadTick(XtPointer client, XtIntervalId *) {
+void DecodeReduced(ReducedDecode *r) {
+  r->code = tslLoad(r->path.c_str(), &r->pic, &r->req.params);
+  if (r->code != 0) tslFree(&r->pic);
+}
+
+// Starts the reduced first decode of `path` on a worker thread when the
+// picture is one shown that way; false when it is not.
+bool StartReducedDecode(ViewRecord *v, const char *path, int page) {
+  TslFileInfo info{};
+  if (tslFileInformation(path, -1, page, &info) != 0) return false;
+  if (Transposed(info.orientation)) std::swap(info.width, info.height);
+  FitResult f;
+  const bool wanted = WantPreview(v, info, &f);
+  if (wanted) {
+    auto *r = new ReducedDecode;
+    r->path = path;
+    r->page = page;
+    r->fit = f;
+    FillLoadRequest(Settings(), info.format, page, App().verbose, &r->req);
+    r->req.params.target_width = Transposed(info.orientation) ? f.view_h : f.view_w;
+    r->req.params.target_height = Transposed(info.orientation) ? f.view_w : f.view_h;
+    v->ahead = r;
+    try {
+      r->worker = std::thread(DecodeReduced, r);
+    } catch (const std::system_error &) {
+      DecodeReduced(r);
+    }
+  }
+  tslFileInformationFree(&info);
+  return wanted;
+}
+
+// Waits for the reduced first decode; false when it failed.
+bool ReducedDecodeDone(ViewRecord *v) {
+  if (v->ahead->worker.joinable()) v->ahead->worker.join();
+  return v->ahead->code == 0;
+}
+
+void DropReducedDecode(ViewRecord *v) {
+  if (!v->ahead) return;
+  if (v->ahead->worker.joinable()) v->ahead->worker.join();
+  tslFree(&v->ahead->pic);
+  delete v->ahead;
+  v->ahead = nullptr;
+}
+
+// The first paint is on the screen: the full decode starts, unless a
+// command has already waited for it.
+void StartFullDecodeTick(XtPointer client, XtIntervalId *) {
   auto *v = static_cast<ViewRecord *>(client);
-  v->full_timer = 0;
-  if (Alive(v) && !v->busy) FinishFullLoad(v);
+  v->decode_timer = 0;
+  if (v->preview && !v->decode) StartFullDecode(v);
 }
 
 // Reads the file information and the picture of `path` page `page` into
 // the view.  Nothing changes when the load fails.
 int LoadInto(ViewRecord *v, const char *path, int page, bool report) {
+  // The full decode of the picture being left is of no use any more (when
+  // this load fails, the next command that needs it decodes again).
+  CancelFullDecode(v);
   TslFileInfo info{};
   const bool have_info = tslFileInformation(path, -1, page, &info) == 0;
   const int orientation = have_info ? info.orientation : 0;
@@ -415,7 +617,14 @@ int LoadInto(ViewRecord *v, const char *path, int page, bool report) {
   TslPicture pic{};
   double preview_zoom = 0;
   FitResult f;
-  if (have_info && WantPreview(v, info, &f)) {
+  if (ReducedDecode *r = v->ahead; r && r->path == path && r->page == page) {
+    if (r->worker.joinable()) r->worker.join();
+    if (r->code == 0) {
+      preview_zoom = r->fit.zoom;
+      pic = r->pic;
+      r->pic = TslPicture{};
+    }
+  } else if (have_info && WantPreview(v, info, &f)) {
     preview_zoom = f.zoom;
     LoadRequest req;
     FillLoadRequest(Settings(), info.format, page, App().verbose, &req);
@@ -437,13 +646,20 @@ int LoadInto(ViewRecord *v, const char *path, int page, bool report) {
     return code;
   }
   Upright(&pic, orientation);
+  DropFitPixmap(v);
+  v->decode_failed = false;
   v->orientation = orientation;
-  if (v->full_timer) XtRemoveTimeOut(v->full_timer);
-  v->full_timer = 0;
   v->preview = preview_zoom > 0;
   v->preview_zoom = preview_zoom;
   v->full_w = have_info ? info.width : pic.width;
   v->full_h = have_info ? info.height : pic.height;
+  v->preview_w = static_cast<int>(pic.width);
+  v->preview_h = static_cast<int>(pic.height);
+  v->preview_model = pic.color_model;
+  v->preview_info = InfoFor(pic);
+  v->preview_info.width = v->full_w;
+  v->preview_info.height = v->full_h;
+  DropReducedDecode(v);
   StopAnimation(v);
   FreeFrames(v);
   tslFree(&v->pic);
@@ -651,8 +867,15 @@ void ToggleFullScreen(ViewRecord *v) {
 
 // ---- colour information ------------------------------------------------------
 
+bool FinishFullLoad(ViewRecord *v);
+
 void ShowPicker(ViewRecord *v, int wx, int wy, int root_x, int root_y) {
-  if (v->preview) return;  // only the full picture's values are shown
+  // Only the full picture's values are shown: the picker waits for it (once:
+  // when it cannot be read, the picker stays silent).
+  if (v->preview && (v->decode_failed || !FinishFullLoad(v))) {
+    v->decode_failed = true;
+    return;
+  }
   const TslPicture *p = Shown(v);
   int ox, oy;
   Origin(v, &ox, &oy);
@@ -787,12 +1010,32 @@ void DoCommand(ViewRecord *v, const char *word);
 
 // ---- event handlers ------------------------------------------------------------
 
-Boolean ExitWhenIdle(XtPointer client) {
-  auto *v = static_cast<ViewRecord *>(client);
-  const char *bench = std::getenv("QUILLA_EXIT_AFTER_PAINT");
-  if (bench && std::strcmp(bench, "full") == 0 && Alive(v) && v->preview) return False;  // not yet
+Boolean ExitWhenIdle(XtPointer) {
   XSync(App().dpy, False);
   std::_Exit(0);
+}
+
+// Measurement switch for the benchmarks: QUILLA_EXIT_AFTER_PAINT ends the
+// program when it is idle after the first paint ("full": once the full
+// picture behind a reduced first decode is in).
+void ArmBenchExit(ViewRecord *v) {
+  static bool armed = false;
+  const char *bench = std::getenv("QUILLA_EXIT_AFTER_PAINT");
+  if (!bench || armed || (std::strcmp(bench, "full") == 0 && v->preview)) return;
+  armed = true;
+  XtAppAddWorkProc(App().app, ExitWhenIdle, nullptr);
+}
+
+// The first paint of a reduced decode: the picture is converted once into
+// a pixmap, which the server then copies for every Expose; the reduced
+// picture itself is freed, so that only the full one is in memory while it
+// is decoded.  Without the pixmap the picture is drawn directly.
+void MakeFitPixmap(ViewRecord *v) {
+  if (v->fit_pixmap || !v->pic.pixels || !v->display) return;
+  Display *dpy = XtDisplay(v->shell);
+  v->fit_pixmap = XCreatePixmap(dpy, v->canvas, v->view_w, v->view_h, CurrentVisual().info.depth);
+  DrawExposedArea(v->fit_pixmap, v->gc, v->display, 0, 0, 0, 0, v->view_w, v->view_h);
+  tslFree(&v->pic);
 }
 
 // ---- crop selection ------------------------------------------------------------
@@ -849,7 +1092,8 @@ void CanvasEvent(Widget, XtPointer client, XEvent *ev, Boolean *) {
   if (ev->xany.window != v->canvas && !(button && ev->xany.window == XtWindow(v->drawing_area))) return;
   switch (ev->type) {
     case Expose: {
-      if (!v->display || !v->gc || !Shown(v)->pixels) break;
+      if (v->preview && !v->fit_pixmap) MakeFitPixmap(v);
+      if (!v->display || !v->gc || (!Shown(v)->pixels && !v->fit_pixmap)) break;
       // Every Expose of the canvas already queued joins this one: resizes
       // and redraws queue several whole-area ones, and each would convert
       // the whole picture again.
@@ -865,21 +1109,28 @@ void CanvasEvent(Widget, XtPointer client, XEvent *ev, Boolean *) {
       }
       int ox, oy;
       Origin(v, &ox, &oy);
-      DrawExposedArea(v->canvas, v->gc, v->display, ox, oy, x0, y0, x1 - x0, y1 - y0);
+      if (v->fit_pixmap) {
+        x0 = std::max(x0, ox), y0 = std::max(y0, oy);
+        x1 = std::min(x1, ox + v->view_w), y1 = std::min(y1, oy + v->view_h);
+        if (x1 > x0 && y1 > y0)
+          XCopyArea(dpy, v->fit_pixmap, v->canvas, v->gc, x0 - ox, y0 - oy, x1 - x0, y1 - y0, x0, y0);
+      } else {
+        DrawExposedArea(v->canvas, v->gc, v->display, ox, oy, x0, y0, x1 - x0, y1 - y0);
+      }
       DrawSelection(v);
-      // A quick reduced picture is on the screen: the full one follows,
-      // unless the program is only asked to show its first paint.
+      // A quick reduced picture is on the screen: the full one is decoded
+      // in the background, unless the program is only asked to show its
+      // first paint.
       const char *bench = std::getenv("QUILLA_EXIT_AFTER_PAINT");
       const bool first_paint_only = bench && std::strcmp(bench, "full") != 0;
-      if (v->preview && !v->full_timer && !first_paint_only)
-        v->full_timer = XtAppAddTimeOut(App().app, 1, FullLoadTick, v);
-      // Measurement switch for the benchmarks: end the program when it is
-      // idle after the first paint ("full": after the full picture's).
-      static bool exit_armed = false;
-      if (bench && !exit_armed) {
-        exit_armed = true;
-        XtAppAddWorkProc(App().app, ExitWhenIdle, v);
+      // The decode waits until the server has drawn the first paint and a
+      // little longer, so that it does not take the processor from the
+      // server (or from the window manager) while they put it on the screen.
+      if (v->preview && !v->decode && !v->decode_timer && !v->decode_failed && !first_paint_only) {
+        XSync(dpy, False);
+        v->decode_timer = XtAppAddTimeOut(App().app, kFullDecodeDelayMs, StartFullDecodeTick, v);
       }
+      ArmBenchExit(v);
       break;
     }
     case MotionNotify:
@@ -1098,13 +1349,16 @@ bool CreateWindow(ViewRecord *v, Widget parent) {
 
   // The first size: the fit decides; before the window exists the chrome is
   // estimated.
-  const TslPicture *p = &v->pic;
+  // (While the reduced first decode runs, the size it is decoded to.)
+  uint32_t pw = v->pic.width, ph = v->pic.height;
+  if (v->ahead) pw = v->ahead->fit.view_w, ph = v->ahead->fit.view_h;
   int rw, rh;
   ScreenRoom(v, &rw, &rh);
-  FitResult f = ComputeFit(Settings().View.Fit, p->width, p->height, rw, rh, rw, rh);
-  if (Settings().View.Fit == kNoFit) f.view_w = std::min(static_cast<int>(p->width), rw), f.view_h = std::min(static_cast<int>(p->height), rh);
-  v->view_w = std::max(1, static_cast<int>(p->width * f.zoom / 100.0));
-  v->view_h = std::max(1, static_cast<int>(p->height * f.zoom / 100.0));
+  FitResult f = ComputeFit(Settings().View.Fit, pw, ph, rw, rh, rw, rh);
+  if (Settings().View.Fit == kNoFit)
+    f.view_w = std::min(static_cast<int>(pw), rw), f.view_h = std::min(static_cast<int>(ph), rh);
+  v->view_w = std::max(1, static_cast<int>(pw * f.zoom / 100.0));
+  v->view_h = std::max(1, static_cast<int>(ph * f.zoom / 100.0));
   SizeAreaTo(v, f.view_w, f.view_h);
 
   XtRealizeWidget(v->shell);
@@ -1117,7 +1371,7 @@ bool CreateWindow(ViewRecord *v, Widget parent) {
   }
 
   // The picture window on the chosen visual.
-  v->colours = GetColourData(dpy, App().screen, &v->pic, App().own_colormap);
+  v->colours = GetColourData(dpy, App().screen, v->pic.pixels ? &v->pic : nullptr, App().own_colormap);
   if (!v->colours) return false;
   int aw, ah;
   AreaSize(v, &aw, &ah);
@@ -1139,7 +1393,9 @@ bool CreateWindow(ViewRecord *v, Widget parent) {
   Window cmap_windows[2] = {v->canvas, XtWindow(v->shell)};
   XSetWMColormapWindows(dpy, XtWindow(v->shell), cmap_windows, 2);
   XMapWindow(dpy, v->canvas);
-  v->gc = XCreateGC(dpy, v->canvas, 0, nullptr);
+  XGCValues gcv;
+  gcv.graphics_exposures = False;  // the fit pixmap's copies need no events back
+  v->gc = XCreateGC(dpy, v->canvas, GCGraphicsExposures, &gcv);
   v->display = MakeDisplayObject(dpy, vd.info.depth, v->colours);
 
   v->picker = Settings().View.DisplayColorInformation;
@@ -1151,13 +1407,37 @@ bool CreateWindow(ViewRecord *v, Widget parent) {
 
 void FreeRecord(ViewRecord *v) {
   StopAnimation(v);
-  if (v->full_timer) XtRemoveTimeOut(v->full_timer);
+  CancelFullDecode(v);
+  DropReducedDecode(v);
   FreeFrames(v);
   tslFree(&v->pic);
   tslFree(&v->undo);
   tslFree(&v->mask);
   std::free(v->list);
   delete v;
+}
+
+// Destroys the window of a view and everything drawn with it; the record
+// stays.
+void DestroyWindow(ViewRecord *v) {
+  Display *dpy = App().dpy;
+  DropFitPixmap(v);
+  if (v->display) ReleaseDisplayObject(v->display);
+  v->display = nullptr;
+  if (v->gc) XFreeGC(dpy, v->gc);
+  v->gc = nullptr;
+  if (v->canvas) {
+    XtUnregisterDrawable(dpy, v->canvas);
+    XDestroyWindow(dpy, v->canvas);
+  }
+  v->canvas = 0;
+  if (v->colours) ReleaseColourData(dpy, v->colours);
+  v->colours = nullptr;
+  if (v->shell) XtDestroyWidget(v->shell);
+  if (App().main_window == v->shell) App().main_window = nullptr;
+  v->shell = v->main_window = v->menu = v->popup = v->toolbar = nullptr;
+  v->scroll_h = v->scroll_v = v->drawing_area = v->message_window = v->label_info = nullptr;
+  v->picker_shell = v->picker_label = nullptr;
 }
 
 void DestroyView(ViewRecord *v) {
@@ -1167,17 +1447,7 @@ void DestroyView(ViewRecord *v) {
     return;
   }
   g_views.erase(it);
-  Display *dpy = App().dpy;
-  if (v->display) ReleaseDisplayObject(v->display);
-  v->display = nullptr;
-  if (v->gc) XFreeGC(dpy, v->gc);
-  if (v->canvas) {
-    XtUnregisterDrawable(dpy, v->canvas);
-    XDestroyWindow(dpy, v->canvas);
-  }
-  if (v->colours) ReleaseColourData(dpy, v->colours);
-  if (v->shell) XtDestroyWidget(v->shell);
-  if (App().main_window == v->shell) App().main_window = nullptr;
+  DestroyWindow(v);
   FreeRecord(v);
 }
 
@@ -1201,7 +1471,25 @@ Widget OpenView(Widget parent, ViewRecord *v, int page) {
   }
   g_views.push_back(v);
   int code = -1;
-  if (v->list) {
+  // A single large JPEG: the window is built while its reduced first decode
+  // runs.  When that decode fails, the window goes and the file is loaded
+  // as any other (with its progress and its error message).
+  bool built = false;
+  if (!v->list && StartReducedDecode(v, v->path.c_str(), page)) {
+    built = CreateWindow(v, parent) && ReducedDecodeDone(v) && LoadInto(v, v->path.c_str(), page, false) == 0 &&
+            v->preview;
+    if (!built) {
+      DestroyWindow(v);
+      DropReducedDecode(v);
+      if (v->preview) {  // the full load below starts from nothing
+        tslFree(&v->pic);
+        v->preview = false;
+      }
+    }
+  }
+  if (built) {
+    code = 0;
+  } else if (v->list) {
     for (int i = 0; i < v->count && Alive(v); ++i) {
       code = LoadInto(v, v->list[i].path, page, true);
       if (code == 0) {
@@ -1213,7 +1501,7 @@ Widget OpenView(Widget parent, ViewRecord *v, int page) {
     code = LoadInto(v, v->path.c_str(), page, true);
   }
   if (!Alive(v)) return nullptr;
-  if (code != 0 || !CreateWindow(v, parent)) {
+  if (code != 0 || (!built && !CreateWindow(v, parent))) {
     g_views.erase(std::find(g_views.begin(), g_views.end(), v));
     if (v->shell) XtDestroyWidget(v->shell);
     if (v->colours) ReleaseColourData(App().dpy, v->colours);
@@ -1495,9 +1783,9 @@ bool GetViewState(Widget w, ViewState *out) {
   out->scroll_x = v->scroll_x;
   out->scroll_y = v->scroll_y;
   const TslPicture *p = Shown(v);
-  out->width = p->width;
-  out->height = p->height;
-  out->color_model = p->color_model;
+  out->width = v->preview ? v->preview_w : p->width;
+  out->height = v->preview ? v->preview_h : p->height;
+  out->color_model = v->preview ? v->preview_model : p->color_model;
   out->modified = v->modified;
   out->full_screen = v->full_screen;
   out->picker = v->picker;

@@ -5,6 +5,8 @@
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
+#include <system_error>
+#include <thread>
 #include <vector>
 
 #include "format.h"
@@ -242,6 +244,74 @@ bool fitInside(uint64_t sw, uint64_t sh, uint64_t bw, uint64_t bh, uint64_t *dw,
   return true;
 }
 
+namespace {
+
+// (acc + div/2) / div for every sample: one multiplication by the
+// reciprocal and an exact correction instead of a 64-bit division.
+void writeMeans(uint64_t *acc, size_t n, uint64_t div, uint8_t *dst) {
+  // The sums stay far below 2^63: signed conversions, which have single
+  // instructions, give the same values.
+  const double inv = 1.0 / static_cast<double>(static_cast<int64_t>(div));
+  for (size_t i = 0; i < n; ++i) {
+    const uint64_t v = acc[i] + div / 2;
+    uint64_t q = static_cast<uint64_t>(static_cast<int64_t>(static_cast<double>(static_cast<int64_t>(v)) * inv));
+    if (q * div > v) --q;
+    else if ((q + 1) * div <= v) ++q;
+    dst[i] = static_cast<uint8_t>(q);
+    acc[i] = 0;
+  }
+}
+
+// The reduction of an RGB picture, destination rows [y0, y1): the same sums
+// as the general loop of reducePicture, read straight from the rows, with
+// 32-bit row sums (at most 255 * width).  A band starts inside the source
+// row it shares with the band above, so bands are independent.
+void reduceRgbBand(const TslPicture *pic, TslPicture *out, uint32_t y0, uint32_t y1, const uint32_t *first,
+                   const uint64_t *w0) {
+  const uint32_t sw = pic->width, sh = pic->height, dw = out->width, dh = out->height;
+  const size_t n = static_cast<size_t>(dw) * 3;
+  std::vector<uint32_t> rowacc(n);
+  std::vector<uint64_t> acc(n, 0);
+  const uint64_t div = static_cast<uint64_t>(sw) * sh;
+  uint64_t sy = static_cast<uint64_t>(y0) * sh / dh;
+  uint64_t skip = static_cast<uint64_t>(y0) * sh - sy * dh;  // units of row sy above row y0
+  uint64_t yfill = 0;
+  uint32_t oy = y0;
+  for (; sy < sh && oy < y1; ++sy) {
+    const uint8_t *src = rowOf(pic, static_cast<uint32_t>(sy));
+    std::fill(rowacc.begin(), rowacc.end(), 0u);
+    for (uint32_t sx = 0; sx < sw; ++sx, src += 3) {
+      const uint32_t ox = first[sx];
+      if (ox >= dw) break;
+      const uint32_t a = static_cast<uint32_t>(w0[sx]), b = dw - a;
+      uint32_t *d = &rowacc[static_cast<size_t>(ox) * 3];
+      d[0] += src[0] * a;
+      d[1] += src[1] * a;
+      d[2] += src[2] * a;
+      if (b && ox + 1 < dw) {
+        d[3] += src[0] * b;
+        d[4] += src[1] * b;
+        d[5] += src[2] * b;
+      }
+    }
+    uint64_t left = dh - skip;
+    skip = 0;
+    while (left > 0 && oy < y1) {
+      const uint64_t take = std::min(left, sh - yfill);
+      for (size_t i = 0; i < n; ++i) acc[i] += rowacc[i] * take;
+      left -= take;
+      yfill += take;
+      if (yfill == sh) {
+        writeMeans(acc.data(), n, div, rowOf(out, oy));
+        yfill = 0;
+        ++oy;
+      }
+    }
+  }
+}
+
+}  // namespace
+
 // Area-averaging reduction: each destination pixel is the weighted mean of
 // the source area it covers (fixed point, weights in 1/256 of a source pixel).
 int reducePicture(TslPicture *picture, int tw, int th) {
@@ -289,6 +359,23 @@ int reducePicture(TslPicture *picture, int tw, int th) {
       }
     }
   }
+  if (model == TSL_RGB && picture->color_model == TSL_RGB && sw < (1u << 24)) {
+    // Large pictures in two bands, the lower one on a second thread.
+    const bool two = dw * dh >= (1u << 18) && std::thread::hardware_concurrency() > 1;
+    const uint32_t half = two ? static_cast<uint32_t>(dh / 2) : 0;
+    std::thread lower;
+    if (half > 0) {
+      try {
+        lower = std::thread(reduceRgbBand, picture, &out, half, static_cast<uint32_t>(dh), first.data(), w0.data());
+      } catch (const std::system_error &) {
+      }
+    }
+    reduceRgbBand(picture, &out, 0, lower.joinable() ? half : static_cast<uint32_t>(dh), first.data(), w0.data());
+    if (lower.joinable()) lower.join();
+    tslFree(picture);
+    *picture = out;
+    return TSL_OK;
+  }
   uint64_t ypos = 0;  // in units where a source row is dh and a dest row is sh
   uint32_t oy = 0;
   uint64_t yfill = 0;  // units accumulated in the current dest row
@@ -319,19 +406,7 @@ int reducePicture(TslPicture *picture, int tw, int th) {
       left -= take;
       yfill += take;
       if (yfill == sh) {
-        uint8_t *dst = rowOf(&out, oy);
-        // (acc + div/2) / div for every sample: one multiplication by the
-        // reciprocal and an exact correction instead of a 64-bit division.
-        const uint64_t div = static_cast<uint64_t>(sw) * sh;
-        const double inv = 1.0 / static_cast<double>(div);
-        for (size_t i = 0; i < acc.size(); ++i) {
-          const uint64_t n = acc[i] + div / 2;
-          uint64_t q = static_cast<uint64_t>(static_cast<double>(n) * inv);
-          if (q * div > n) --q;
-          else if ((q + 1) * div <= n) ++q;
-          dst[i] = static_cast<uint8_t>(q);
-          acc[i] = 0;
-        }
+        writeMeans(acc.data(), acc.size(), static_cast<uint64_t>(sw) * sh, rowOf(&out, oy));
         yfill = 0;
         ++oy;
       }

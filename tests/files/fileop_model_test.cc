@@ -282,7 +282,9 @@ TEST(FileOpFaults, ADestinationThatFillsUpLosesNothing) {
   EXPECT_EQ(WEXITSTATUS(status), 0);
   EXPECT_EQ(ReadFile(src.file("copy")), data);
   EXPECT_EQ(Listing(dst.path()), std::vector<std::string>{"small"});
-  if (two_fs) EXPECT_EQ(ReadFile(shm_dir + "/move"), data);
+  if (two_fs) {
+    EXPECT_EQ(ReadFile(shm_dir + "/move"), data);
+  }
 }
 
 TEST(FileOpFaults, ADestinationThatDisappearsLosesNothing) {

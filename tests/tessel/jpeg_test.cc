@@ -225,4 +225,43 @@ TEST(Jpeg, ReducedLoadFitsTheBox) {
   EXPECT_EQ(boxed->height, 75u);
 }
 
+// The RGB reduction (rows read directly, large pictures in two bands on two
+// threads) gives the very bytes of the general one, checked against the
+// colour channels of the same picture reduced as RGBA.
+TEST(Jpeg, RgbReductionMatchesTheGeneralOne) {
+  struct Case {
+    uint32_t w, h;
+    int tw, th;
+  } cases[] = {{1500, 1125, 1240, 930},  // a reduced photograph fitted to a screen: two bands
+               {1001, 999, 1000, 998},   // one pixel less: rows that straddle two
+               {777, 555, 13, 11},       // a thumbnail of a prime-ish size
+               {1200, 1601, 517, 1024},  // tall, the bands meeting inside a source row
+               {3, 900, 1, 300}};
+  for (const Case &c : cases) {
+    TslPicture rgb = MakePicture(TSL_RGB, c.w, c.h, c.w + c.h);
+    TslPicture rgba{};
+    ASSERT_TRUE(tslAllock(&rgba, TSL_RGBA, 0, c.w, c.h));
+    for (uint32_t y = 0; y < c.h; ++y)
+      for (uint32_t x = 0; x < c.w; ++x) {
+        const uint8_t *s = rgb.pixels + static_cast<size_t>(y) * rgb.bytes_per_line + x * 3;
+        uint8_t *d = rgba.pixels + static_cast<size_t>(y) * rgba.bytes_per_line + x * 4;
+        d[0] = s[0], d[1] = s[1], d[2] = s[2], d[3] = 255;
+      }
+    ASSERT_EQ(tessel::reducePicture(&rgb, c.tw, c.th), TSL_OK);
+    ASSERT_EQ(tessel::reducePicture(&rgba, c.tw, c.th), TSL_OK);
+    ASSERT_EQ(rgb.width, rgba.width);
+    ASSERT_EQ(rgb.height, rgba.height);
+    EXPECT_LE(rgb.width, static_cast<uint32_t>(c.tw));
+    long wrong = 0;
+    for (uint32_t y = 0; y < rgb.height; ++y)
+      for (uint32_t x = 0; x < rgb.width; ++x)
+        for (int k = 0; k < 3; ++k)
+          wrong += rgb.pixels[static_cast<size_t>(y) * rgb.bytes_per_line + x * 3 + k] !=
+                   rgba.pixels[static_cast<size_t>(y) * rgba.bytes_per_line + x * 4 + k];
+    EXPECT_EQ(wrong, 0) << c.w << "x" << c.h << " to " << c.tw << "x" << c.th;
+    tslFree(&rgb);
+    tslFree(&rgba);
+  }
+}
+
 }  // namespace
