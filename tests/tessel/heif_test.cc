@@ -94,6 +94,7 @@ TEST(Heif, WrittenFilesReadBackAndByTheTools) {
       p.quality = 95;
       ASSERT_EQ(Save(path, src, p), TSL_OK);
       const size_t high = ReadFile(path).size();
+      back = Pic();
       ASSERT_EQ(Load(path, &back), TSL_OK);
       if (model != TSL_INDEXED) {
         EXPECT_LT(MeanAbsDiff(src, back), 8.0);  // random palette indices: noise
