@@ -119,9 +119,11 @@ void Apply(Widget, XtPointer data, XtPointer) {
   Widget owner = XtParent(d->shell);
   const std::string out = MakeCaptureFile();
   if (out.empty()) return ShowMessage(owner, "Can't create temporary file");
-  const std::vector<std::string> args =
+  std::vector<std::string> args =
       CaptureArguments(mode, XmToggleButtonGetState(d->decorations), have_id ? &id : nullptr, out);
   Display *dpy = XtDisplay(d->shell);
+  // xwd dumps the program's own display, whatever DISPLAY says (-display may have chosen another).
+  args.insert(args.begin() + 1, {"-display", DisplayString(dpy)});
   XtPopdown(d->shell);
   XtDestroyWidget(d->shell);  // popped down before the capture, so it is not in the picture
   RaiseAndWait(dpy, have_id ? id : 0);
