@@ -137,6 +137,18 @@ void Apply(Widget, XtPointer data, XtPointer) {
   unlink(out.c_str());
 }
 
+// "Include decorations" only means something for "Single window".
+void ModeChanged(Widget, XtPointer data, XtPointer) {
+  auto *d = static_cast<CaptureDialog *>(data);
+  XtSetSensitive(d->decorations, XmToggleButtonGetState(d->single));
+}
+
+// Choosing a line of the list chooses "Select a window" too.
+void LineChosen(Widget, XtPointer data, XtPointer) {
+  auto *d = static_cast<CaptureDialog *>(data);
+  if (!XmToggleButtonGetState(d->select)) XmToggleButtonSetState(d->select, True, True);
+}
+
 Widget ShellOf(Widget w) {
   while (w && !XtIsShell(w)) w = XtParent(w);
   return w;
@@ -184,6 +196,7 @@ Widget ShowCaptureDialog(Widget owner) {
   d->single = Toggle(radio, "toggleSingle", "Single window", false, true);
   d->select = Toggle(radio, "toggleSelect", "Select a window", false, true);
   XtManageChild(radio);
+  for (Widget t : {d->desktop, d->single, d->select}) XtAddCallback(t, XmNvalueChangedCallback, ModeChanged, d);
   d->decorations = Toggle(form, "toggleDecorations", "Include decorations", false, false);
   XtVaSetValues(d->decorations, XmNtopAttachment, XmATTACH_WIDGET, XmNtopWidget, radio, XmNleftAttachment,
                 XmATTACH_FORM, XmNleftOffset, 20, nullptr);
@@ -195,6 +208,8 @@ Widget ShowCaptureDialog(Widget owner) {
   XtVaSetValues(XtParent(d->list), XmNtopAttachment, XmATTACH_WIDGET, XmNtopWidget, d->decorations, XmNtopOffset, 6,
                 XmNleftAttachment, XmATTACH_FORM, XmNrightAttachment, XmATTACH_FORM, XmNwidth, 320, nullptr);
   XtManageChild(d->list);
+  XtAddCallback(d->list, XmNbrowseSelectionCallback, LineChosen, d);
+  XtAddCallback(d->list, XmNdefaultActionCallback, Apply, d);  // a double click captures that window
   Widget sep = XtVaCreateManagedWidget("separator", xmSeparatorWidgetClass, form, XmNtopAttachment, XmATTACH_WIDGET,
                                        XmNtopWidget, XtParent(d->list), XmNtopOffset, 8, XmNleftAttachment,
                                        XmATTACH_FORM, XmNrightAttachment, XmATTACH_FORM, nullptr);
@@ -213,6 +228,7 @@ Widget ShowCaptureDialog(Widget owner) {
   XtAddCallback(cancel, XmNactivateCallback, Cancel, d);
   XtVaSetValues(form, XmNdefaultButton, apply, XmNcancelButton, cancel, XmNinitialFocus, radio, nullptr);
   FillList(d);
+  ModeChanged(nullptr, d, nullptr);
   XtManageChild(form);
   return d->shell;
 }

@@ -193,14 +193,20 @@ TEST_P(CaptureTest, ChosenWindowOpensAViewWithItsPixels) {
   PaintQuadrants(target);
   Widget dialog = ShowCaptureDialog(owner_);
   Pump();
-  XmToggleButtonSetState(XtNameToWidget(dialog, "*toggleSelect"), True, True);
-  EXPECT_FALSE(XmToggleButtonGetState(XtNameToWidget(dialog, "*toggleDesktop")));
+  Widget decorations = XtNameToWidget(dialog, "*toggleDecorations");
+  EXPECT_FALSE(XtIsSensitive(decorations));
+  XmToggleButtonSetState(XtNameToWidget(dialog, "*toggleSingle"), True, True);
+  EXPECT_TRUE(XtIsSensitive(decorations));
   const std::vector<std::string> lines = ListLines(dialog);
   int pos = 0;
   for (size_t i = 0; i < lines.size(); ++i)
     if (lines[i] == Line("capture target", target)) pos = static_cast<int>(i) + 1;
   ASSERT_GT(pos, 0);
+  // Choosing the line chooses its mode.
   XmListSelectPos(XtNameToWidget(dialog, "*scrolledList"), pos, True);
+  EXPECT_TRUE(XmToggleButtonGetState(XtNameToWidget(dialog, "*toggleSelect")));
+  EXPECT_FALSE(XmToggleButtonGetState(XtNameToWidget(dialog, "*toggleSingle")));
+  EXPECT_FALSE(XtIsSensitive(decorations));
   Apply(dialog);
   EXPECT_EQ(ShownCaptureDialog(), nullptr);
   ASSERT_EQ(ViewCount(), 1);
