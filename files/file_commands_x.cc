@@ -120,8 +120,11 @@ bool RunFileCommand(Widget view, Widget owner, const char *word) {
     ViewHexaCommand(owner);
   } else if (std::strcmp(word, "openHexa") == 0) {
     ViewState state;
-    if (!view || !GetViewState(view, &state) || state.path.empty()) return Bell(), true;
-    OpenHexDump(owner, state.path);
+    if (view && GetViewState(view, &state) && !state.path.empty()) {
+      OpenHexDump(owner, state.path);
+    } else {
+      Bell();  // no view, or one without a file
+    }
   } else if (std::strcmp(word, "capture") == 0) {
     ShowCaptureDialog(owner);
   } else {
