@@ -25,6 +25,7 @@
 #include "gui_util.h"
 #include "test_util.h"
 #include "view/view_hooks_x.h"
+#include "view/view_x.h"
 
 namespace {
 
@@ -243,9 +244,25 @@ TEST_P(HexDumpTest, ViewFilesSelectorOpensTheChosenFile) {
   EXPECT_EQ(s.path, path);
   EXPECT_EQ(s.lines, 1u);
   EXPECT_EQ(s.first_line.substr(58), "chosen          ");
-  // Without a view there is no current file to dump.
+  // Without a view there is no current file to dump; a view's file is dumped.
   ASSERT_TRUE(RunFileCommand(nullptr, owner_, "openHexa"));
   EXPECT_EQ(HexDumpCount(), 1);
+  TslPicture pic = testutil::MakePicture(TSL_RGB, 8, 8);
+  TslParams params;
+  tslDefaultParams(&params);
+  params.format = tslFormatGetIndex("png");
+  const std::string picture = dir_.file("shown.png");
+  ASSERT_EQ(tslSave(picture.c_str(), &pic, &params), 0);
+  tslFree(&pic);
+  Widget view = OpenViewOnFile(App().shell, picture.c_str(), 0);
+  ASSERT_NE(view, nullptr);
+  ASSERT_TRUE(RunFileCommand(view, view, "openHexa"));
+  ASSERT_EQ(HexDumpCount(), 2);
+  s = State(HexDumpShellAt(1));
+  EXPECT_EQ(s.path, picture);
+  EXPECT_EQ(s.first_line.substr(0, 14), "00000000: 89 5");  // the PNG signature
+  RunViewCommand(view, "close");
+  Pump();
 }
 
 INSTANTIATE_TEST_SUITE_P(Depths, HexDumpTest, ::testing::Values("QUILLA_TEST_DISPLAY", "QUILLA_TEST_DISPLAY8"));
