@@ -1,4 +1,5 @@
-// The view commands open, saveFiles and extractInto, and the format list.
+// The view commands open, saveFiles and extractInto, the format list, the
+// hex dump (viewHexa, openHexa) and the screen capture.
 #include <X11/Intrinsic.h>
 
 #include <unistd.h>
@@ -9,6 +10,8 @@
 
 #include "core/app_x.h"
 #include "core/settings.h"
+#include "files/capture_x.h"
+#include "files/hexdump_x.h"
 #include "files/load_x.h"
 #include "files/save_x.h"
 #include "files/selector_x.h"
@@ -113,6 +116,17 @@ bool RunFileCommand(Widget view, Widget owner, const char *word) {
     ExtractInto(view, owner);
   } else if (std::strcmp(word, "formats") == 0) {
     ShowFormatList(owner);
+  } else if (std::strcmp(word, "viewHexa") == 0) {
+    ViewHexaCommand(owner);
+  } else if (std::strcmp(word, "openHexa") == 0) {
+    ViewState state;
+    if (view && GetViewState(view, &state) && !state.path.empty()) {
+      OpenHexDump(owner, state.path);
+    } else {
+      Bell();  // no view, or one without a file
+    }
+  } else if (std::strcmp(word, "capture") == 0) {
+    ShowCaptureDialog(owner);
   } else {
     return false;
   }

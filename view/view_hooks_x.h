@@ -12,7 +12,8 @@
 
 namespace quilla {
 
-// open, saveFiles, extractInto (files/file_commands_x.cc).
+// open, saveFiles, extractInto, formats, viewHexa, openHexa, capture
+// (files/file_commands_x.cc).
 bool RunFileCommand(Widget view, Widget owner, const char *word);
 // crop, resize and the picture operations of the menus (view/op_commands_x.cc).
 bool RunOperationCommand(Widget view, Widget owner, const char *word);
