@@ -12,6 +12,7 @@
 #include "files/load_x.h"
 #include "files/save_x.h"
 #include "files/selector_x.h"
+#include "files/slide_x.h"
 #include "view/view_hooks_x.h"
 #include "view/view_x.h"
 
@@ -113,6 +114,8 @@ bool RunFileCommand(Widget view, Widget owner, const char *word) {
     ExtractInto(view, owner);
   } else if (std::strcmp(word, "formats") == 0) {
     ShowFormatList(owner);
+  } else if (std::strcmp(word, "slideShow") == 0) {
+    OpenSlideDialog(owner, SlideListFromSettings());
   } else {
     return false;
   }

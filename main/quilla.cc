@@ -23,6 +23,7 @@
 #include "core/icon_x.h"
 #include "core/settings.h"
 #include "core/startup.h"
+#include "files/slide_x.h"
 #include "tessel.h"
 #include "view/view_x.h"
 
@@ -75,11 +76,10 @@ void Out(const std::string &text) {
   std::exit(0);
 }
 
-// The browser window and the slide show are not part of the program yet.
-// Until they are, asking for them opens nothing and counts no window, so the
-// start window comes up instead.
+// The browser window is not part of the program yet.  Until it is, asking
+// for it opens nothing and counts no window, so the start window comes up
+// instead.
 Widget OpenBrowser(Widget /*parent*/, const char * /*directory*/) { return nullptr; }
-Widget OpenSlideShow(Widget /*parent*/, const char * /*slide_file*/) { return nullptr; }
 
 // The browser's start directory: Browser.StartupDirectory when
 // Browser.StartupIn is 2, else its default (none given).
@@ -261,9 +261,9 @@ int main(int argc, char **argv) {
     Widget browser = OpenBrowser(app.shell, BrowserStartDirectory());
     if (browser && !app.main_window) app.main_window = browser;
   }
-  // While the browser and the slide show are missing, the paths that ask
-  // only for them would leave the program without a window: show the start
-  // window there too.
+  // While the browser is missing, and when a slide show could not start,
+  // the paths that ask only for them would leave the program without a
+  // window: show the start window there too.
   if (!app.main_window && !start_window && ViewCount() == 0) start_window = OpenStartWindow(app.shell);
 
   // 20. View.UsePopupInView once more, after the windows opened.

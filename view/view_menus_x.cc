@@ -46,7 +46,7 @@ const Entry kFileMenu[] = {
     {nullptr, nullptr, nullptr, nullptr, false, false},
     {"browseFiles", "Browser...", "Ctrl<Key>b", "Ctrl+B", false, false},
     {"viewHexa", "View Hexa...", "Ctrl<Key>h", "Ctrl+H", false, false},
-    {"slideShow", "Slide Show...", "Ctrl<Key>l", "Ctrl+L", false, false},
+    {"slideShow", "Slide Show...", "Ctrl<Key>l", "Ctrl+L", true, false},
     {"sequenceConvert", "Batch Convert...", "Ctrl<Key>n", "Ctrl+N", false, false},
     {"multiConvert", "Multi Convert...", "Ctrl<Key>u", "Ctrl+U", false, false},
     {nullptr, nullptr, nullptr, nullptr, false, false},
