@@ -501,6 +501,21 @@ Widget ToggleButton(const char *name, const char *label, Widget parent) {
   return b;
 }
 
+// Gives every widget of a tree the foreground and shadows that go with its
+// background: the dialog's background comes from the resources (black by
+// default) while the program-wide foreground is black.
+void MatchColours(Widget w) {
+  if (!XtIsWidget(w)) return;
+  Pixel bg = 0;
+  XtVaGetValues(w, XmNbackground, &bg, nullptr);
+  XmChangeColor(w, bg);
+  if (!XtIsComposite(w)) return;
+  WidgetList children = nullptr;
+  Cardinal n = 0;
+  XtVaGetValues(w, XmNchildren, &children, XmNnumChildren, &n, nullptr);
+  for (Cardinal i = 0; i < n; ++i) MatchColours(children[i]);
+}
+
 SlideDialog *BuildDialog(Widget owner) {
   auto *d = new SlideDialog;
   d->shell = XtVaCreatePopupShell("QuillSlide", xmDialogShellWidgetClass, owner, XmNtitle, "Slide Show",
@@ -562,6 +577,7 @@ SlideDialog *BuildDialog(Widget owner) {
                 nullptr);
   XtManageChild(d->list);
   XtVaSetValues(d->form, XmNdefaultButton, ok, XmNcancelButton, cancel, XmNinitialFocus, d->timer_value, nullptr);
+  MatchColours(d->form);
   return d;
 }
 

@@ -21,6 +21,7 @@
 #include "core/display_x.h"
 #include "core/settings.h"
 #include "files/load_x.h"
+#include "files/selector_x.h"
 #include "files/slide_x.h"
 #include "gui_util.h"
 #include "test_util.h"
@@ -31,6 +32,8 @@ namespace {
 using namespace quilla;
 
 std::vector<std::string> g_boxes;  // the texts of the message boxes shown
+std::string g_answer;                // what the file selector is answered with
+std::vector<std::string> g_selector_titles;
 
 class SlideTest : public ::testing::Test {
  protected:
@@ -359,6 +362,64 @@ TEST_F(SlideTest, DialogListButtonsAndGoOnReturnThenEscapeEndsTheShow) {
   Focus(ShownSlideShow());
   Xdo("key --delay 20 Escape");
   EXPECT_TRUE(RunUntil(2000, [] { return ShownSlideShow() == nullptr; }));
+}
+
+TEST_F(SlideTest, DialogSavesAndLoadsSlideFilesAddingTheExtension) {
+  Open("QUILLA_TEST_DISPLAY");
+  if (IsSkipped()) return;
+  const std::vector<std::string> files = Three();
+  SlideList l;
+  l.entries = files;
+  l.switches = kSlideTimer | kSlideLoop;
+  l.timer = 7;
+  Widget d = OpenSlideDialog(owner_, l);
+  ASSERT_NE(d, nullptr);
+  // The selector is answered with a typed name, as a user would.
+  g_selector_titles.clear();
+  SetSelectorHook([](Widget shell) {
+    g_selector_titles.push_back(XtName(shell));
+    char *title = nullptr;
+    XtVaGetValues(shell, XmNtitle, &title, nullptr);
+    g_selector_titles.back() = title;
+    XtAppAddTimeOut(App().app, 20, [](XtPointer client, XtIntervalId *) {
+      Widget sh = static_cast<Widget>(client);
+      XmTextFieldSetString(XtNameToWidget(sh, "*textField1"), const_cast<char *>(g_answer.c_str()));
+      XtCallCallbacks(XtNameToWidget(sh, "*pushButton2"), XmNactivateCallback, nullptr);
+    }, shell);
+  });
+  g_answer = dir_.file("saved");
+  XtCallCallbacks(XtNameToWidget(d, "*slideSave"), XmNactivateCallback, nullptr);
+  const std::string saved = dir_.file("saved.sld");
+  ASSERT_TRUE(testutil::FileExists(saved));
+  const std::string text = testutil::ReadFile(saved);
+  EXPECT_EQ(text.rfind("# Slide Show Sequence\nTimer = 7\nLoop = 1\n", 0), 0u) << text;
+  for (const std::string &f : files) EXPECT_NE(text.find("\"" + f + "\"\n"), std::string::npos) << f;
+
+  // Emptied, then loaded again: the entries and switches come back.
+  XtCallCallbacks(XtNameToWidget(d, "*filelistDelAll"), XmNactivateCallback, nullptr);
+  XmToggleButtonSetState(XtNameToWidget(d, "*SlideLoop"), False, False);
+  Widget list = XtNameToWidget(d, "*filelist");
+  int count = -1;
+  XtVaGetValues(list, XmNitemCount, &count, nullptr);
+  EXPECT_EQ(count, 0);
+  EXPECT_FALSE(XtIsSensitive(XtNameToWidget(d, "*filelistDel")));
+  g_answer = saved;
+  XtCallCallbacks(XtNameToWidget(d, "*slideLoad"), XmNactivateCallback, nullptr);
+  XtVaGetValues(list, XmNitemCount, &count, nullptr);
+  EXPECT_EQ(count, 3);
+  EXPECT_TRUE(XmToggleButtonGetState(XtNameToWidget(d, "*SlideLoop")));
+  char *value = XmTextFieldGetString(XtNameToWidget(d, "*SlideTimerValue"));
+  EXPECT_STREQ(value, "7");
+  XtFree(value);
+  // An empty list saves nothing.
+  XtCallCallbacks(XtNameToWidget(d, "*filelistDelAll"), XmNactivateCallback, nullptr);
+  g_answer = dir_.file("none.sld");
+  XtCallCallbacks(XtNameToWidget(d, "*slideSave"), XmNactivateCallback, nullptr);
+  EXPECT_FALSE(testutil::FileExists(g_answer));
+  SetSelectorHook(nullptr);
+  EXPECT_TRUE(g_boxes.empty());
+  EXPECT_EQ(g_selector_titles,
+            (std::vector<std::string>{"Save Slide File...", "Load Slide File...", "Save Slide File..."}));
 }
 
 TEST_F(SlideTest, SlideFileStartsItsShowAndUnopenableFileIsReported) {
