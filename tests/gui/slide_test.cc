@@ -313,6 +313,40 @@ TEST_F(SlideTest, PictureColoursReachTheWindowAtBothDepths) {
   }
 }
 
+// A picture stored turned (EXIF orientation 6) is shown upright, as the
+// view shows it.
+TEST_F(SlideTest, ExifOrientationIsShownUpright) {
+  Open("QUILLA_TEST_DISPLAY");
+  if (IsSkipped()) return;
+  if (std::system("command -v exiftool >/dev/null 2>&1") != 0) GTEST_SKIP() << "exiftool missing";
+  // 60x20: the left third red, the rest blue.
+  TslPicture p{};
+  ASSERT_TRUE(tslAllock(&p, TSL_RGB, 0, 60, 20));
+  for (uint32_t y = 0; y < 20; ++y)
+    for (uint32_t x = 0; x < 60; ++x) {
+      uint8_t *px = p.pixels + y * p.bytes_per_line + x * 3;
+      px[0] = x < 20 ? 255 : 0;
+      px[2] = x < 20 ? 0 : 255;
+    }
+  TslParams params;
+  tslDefaultParams(&params);
+  params.format = tslFormatGetIndex("png");
+  const std::string path = dir_.file("turned.png");
+  ASSERT_EQ(tslSave(path.c_str(), &p, &params), 0);
+  tslFree(&p);
+  ASSERT_EQ(std::system(("exiftool -q -overwrite_original -n -Orientation=6 '" + path + "'").c_str()), 0);
+  ASSERT_NE(StartSlideShow({path}, 0, 1000), nullptr);
+  SlideShowState s = State();
+  ASSERT_EQ(s.width, 20);
+  ASSERT_EQ(s.height, 60);
+  XImage *img = XGetImage(dpy_, s.pixmap, 0, 0, 20, 60, AllPlanes, ZPixmap);
+  ASSERT_NE(img, nullptr);
+  const Visual *v = DefaultVisual(dpy_, App().screen);
+  EXPECT_EQ(XGetPixel(img, 10, 5) & v->red_mask, v->red_mask);     // the stored left edge, now on top
+  EXPECT_EQ(XGetPixel(img, 10, 55) & v->blue_mask, v->blue_mask);
+  XDestroyImage(img);
+}
+
 TEST_F(SlideTest, DialogListButtonsAndGoOnReturnThenEscapeEndsTheShow) {
   if (std::system("command -v xdotool >/dev/null 2>&1") != 0) GTEST_SKIP() << "xdotool is not installed";
   Open("QUILLA_TEST_DISPLAY");
