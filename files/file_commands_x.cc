@@ -115,7 +115,7 @@ bool RunFileCommand(Widget view, Widget owner, const char *word) {
   } else if (std::strcmp(word, "formats") == 0) {
     ShowFormatList(owner);
   } else if (std::strcmp(word, "slideShow") == 0) {
-    OpenSlideDialog(owner, SlideListFromSettings());
+    OpenSlideDialog(SlideListFromSettings());
   } else {
     return false;
   }

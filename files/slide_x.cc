@@ -127,7 +127,12 @@ void Render(SlideShow *s, const TslPicture *pic) {
   const SlidePlacement p =
       PlaceSlide(s->switches, static_cast<int>(pic->width), static_cast<int>(pic->height), WidthOfScreen(scr),
                  HeightOfScreen(scr));
-  if (p.resize) XtVaSetValues(s->shell, XmNwidth, p.width, XmNheight, p.height, nullptr);
+  if (p.resize) {
+    XtVaSetValues(s->shell, XmNwidth, p.width, XmNheight, p.height, nullptr);
+  } else if (!(s->switches & kSlideFull)) {
+    // A picture as large as the screen gets the whole screen.
+    XtVaSetValues(s->shell, XmNx, 0, XmNy, 0, XmNwidth, WidthOfScreen(scr), XmNheight, HeightOfScreen(scr), nullptr);
+  }
   if (p.move) XtVaSetValues(s->shell, XmNx, p.x, XmNy, p.y, nullptr);
   int aw, ah;
   AreaSize(s, &aw, &ah);
@@ -189,12 +194,13 @@ void StepShow(SlideShow *s, int direction) {
   ShowEntry(s, index);
 }
 
-bool AnyOtherWindow() {
+// Whether a window other than `closing` keeps the program running.
+bool AnyOtherWindow(Widget closing) {
   for (const char *n : {"QuillInit", "Browser", "QuillSlide"}) {
     Widget w = XtNameToWidget(App().shell, n);
-    if (w && XtIsRealized(w)) return true;
+    if (w && w != closing && XtIsRealized(w)) return true;
   }
-  return ViewCount() > 0;
+  return ViewCount() > 0 || (g_show && g_show->shell != closing);
 }
 
 void EndShow(SlideShow *s) {
@@ -215,10 +221,11 @@ void EndShow(SlideShow *s) {
   }
   const bool was_main = App().main_window == s->shell;
   if (was_main) App().main_window = nullptr;
-  if (s->shell) XtDestroyWidget(s->shell);
+  Widget shell = s->shell;
   delete s;
   // A show started alone (from the command line) ends the program with it.
-  if (was_main && !AnyOtherWindow()) QuitWritingSettings();
+  if (was_main && !AnyOtherWindow(shell)) QuitWritingSettings();
+  if (shell) XtDestroyWidget(shell);
 }
 
 // ---- input -----------------------------------------------------------------------------
@@ -480,11 +487,22 @@ void Go(Widget, XtPointer client, XtPointer) {
   }
   const SlideList l = DialogList(d);
   StoreSettings(l);
+  const bool was_main = App().main_window == d->shell;
   CloseDialog(d);
-  StartSlideShow(l.entries, l.switches, l.IntervalMs());
+  Widget show = StartSlideShow(l.entries, l.switches, l.IntervalMs());
+  // The show takes the dialog's place as the program's main window.
+  if (was_main) App().main_window = show;
 }
 
-void Cancel(Widget, XtPointer client, XtPointer) { CloseDialog(static_cast<SlideDialog *>(client)); }
+// Cancel closes the dialog; the program ends when it was its last window.
+void Cancel(Widget, XtPointer client, XtPointer) {
+  auto *d = static_cast<SlideDialog *>(client);
+  Widget shell = d->shell;
+  const bool last = !AnyOtherWindow(shell);
+  if (App().main_window == shell) App().main_window = nullptr;
+  CloseDialog(d);
+  if (last) QuitWritingSettings();
+}
 
 Widget Button(const char *name, const char *label, Widget parent, XtCallbackProc cb, void *client) {
   XmString s = XmStringCreateLocalized(const_cast<char *>(label));
@@ -583,7 +601,7 @@ SlideDialog *BuildDialog(Widget owner) {
 
 }  // namespace
 
-Widget OpenSlideDialog(Widget owner, const SlideList &list) {
+Widget OpenSlideDialog(const SlideList &list) {
   if (g_dialog) {
     if (!list.entries.empty()) {
       g_dialog->entries = list.entries;
@@ -593,7 +611,9 @@ Widget OpenSlideDialog(Widget owner, const SlideList &list) {
     XRaiseWindow(App().dpy, XtWindow(g_dialog->shell));
     return g_dialog->shell;
   }
-  SlideDialog *d = BuildDialog(owner ? owner : App().shell);
+  // A window of its own, on the application shell: it outlives the view
+  // that opened it and keeps the program running.
+  SlideDialog *d = BuildDialog(App().shell);
   g_dialog = d;
   d->entries = list.entries;
   ShowSwitches(d, list);
@@ -643,7 +663,7 @@ Widget OpenSlideShow(Widget parent, const char *slide_file) {
     ShowMessage(parent, CantOpenSlideText(path));
     return nullptr;
   }
-  if (list.entries.empty()) return OpenSlideDialog(parent, list);
+  if (list.entries.empty()) return OpenSlideDialog(list);
   return StartSlideShow(list.entries, list.switches, list.IntervalMs());
 }
 

@@ -13,10 +13,10 @@
 
 namespace quilla {
 
-// Opens the dialog QuillSlide ("Slide Show") holding `list` (or raises the
-// one already open, which then takes the list's entries when it has any).
-// Returns its shell.
-Widget OpenSlideDialog(Widget owner, const SlideList &list);
+// Opens the dialog QuillSlide ("Slide Show"), a window of its own on the
+// application shell, holding `list` (or raises the one already open, which
+// then takes the list's entries when it has any).  Returns its shell.
+Widget OpenSlideDialog(const SlideList &list);
 
 // An empty list with the switches and timer of the Slide settings.
 SlideList SlideListFromSettings();

@@ -352,7 +352,7 @@ TEST_F(SlideTest, DialogListButtonsAndGoOnReturnThenEscapeEndsTheShow) {
   Open("QUILLA_TEST_DISPLAY");
   if (IsSkipped()) return;
   SlideList empty;
-  Widget d = OpenSlideDialog(owner_, empty);
+  Widget d = OpenSlideDialog(empty);
   ASSERT_NE(d, nullptr);
   EXPECT_STREQ(XtName(d), "QuillSlide");
   for (const char *n : {"*SlideTimer", "*SlideTimerValue", "*SlideKeybd", "*SlideFull", "*SlideRandom", "*SlideLoop",
@@ -374,7 +374,7 @@ TEST_F(SlideTest, DialogListButtonsAndGoOnReturnThenEscapeEndsTheShow) {
   SlideList l;
   l.entries = files;
   l.switches = 0;
-  OpenSlideDialog(owner_, l);
+  OpenSlideDialog(l);
   Widget list = XtNameToWidget(d, "*filelist");
   int count = 0;
   XtVaGetValues(list, XmNitemCount, &count, nullptr);
@@ -406,7 +406,7 @@ TEST_F(SlideTest, DialogSavesAndLoadsSlideFilesAddingTheExtension) {
   l.entries = files;
   l.switches = kSlideTimer | kSlideLoop;
   l.timer = 7;
-  Widget d = OpenSlideDialog(owner_, l);
+  Widget d = OpenSlideDialog(l);
   ASSERT_NE(d, nullptr);
   // The selector is answered with a typed name, as a user would.
   g_selector_titles.clear();
