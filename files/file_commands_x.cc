@@ -15,6 +15,7 @@
 #include "files/load_x.h"
 #include "files/save_x.h"
 #include "files/selector_x.h"
+#include "files/slide_x.h"
 #include "view/view_hooks_x.h"
 #include "view/view_x.h"
 
@@ -127,6 +128,8 @@ bool RunFileCommand(Widget view, Widget owner, const char *word) {
     }
   } else if (std::strcmp(word, "capture") == 0) {
     ShowCaptureDialog(owner);
+  } else if (std::strcmp(word, "slideShow") == 0) {
+    OpenSlideDialog(SlideListFromSettings());
   } else {
     return false;
   }

@@ -24,6 +24,7 @@
 #include "core/icon_x.h"
 #include "core/settings.h"
 #include "core/startup.h"
+#include "files/slide_x.h"
 #include "tessel.h"
 #include "view/view_x.h"
 
@@ -76,9 +77,6 @@ void Out(const std::string &text) {
   std::exit(0);
 }
 
-// The slide show is not part of the program yet: asking for it opens
-// nothing and counts no window, so the start window comes up instead.
-Widget OpenSlideShow(Widget /*parent*/, const char * /*slide_file*/) { return nullptr; }
 
 // An argument as an absolute path with links resolved; a name that does not
 // resolve (a missing file) is made absolute against the start directory and
@@ -252,8 +250,8 @@ int main(int argc, char **argv) {
     Widget browser = OpenBrowser(app.shell, BrowserStartDirectory());
     if (browser && !app.main_window) app.main_window = browser;
   }
-  // While the slide show is missing, a path that asks only for it would
-  // leave the program without a window: show the start window there too.
+  // A slide show that could not start would leave the program without a
+  // window: show the start window there too.
   if (!app.main_window && !start_window && ViewCount() == 0) start_window = OpenStartWindow(app.shell);
 
   // 20. View.UsePopupInView once more, after the windows opened.
