@@ -6,6 +6,7 @@
 #ifndef QUILLA_FUZZ_SIDE_FUZZ_H
 #define QUILLA_FUZZ_SIDE_FUZZ_H
 
+#include <ftw.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -22,13 +23,31 @@ void WriteSeeds(const std::string &dir);
 
 namespace sidefuzz {
 
-// A private scratch directory for the process, made on first use.
+inline std::string &ScratchPath() {
+  static std::string path;
+  return path;
+}
+
+// Removes the scratch directory and what the target left in it.
+inline void RemoveScratch() {
+  if (ScratchPath().find("/quilla-fuzz-") == std::string::npos) return;  // only our own
+  nftw(ScratchPath().c_str(), [](const char *p, const struct stat *, int, struct FTW *) { return ::remove(p); }, 16,
+       FTW_DEPTH | FTW_PHYS);
+}
+
+// A private scratch directory for the process, made on first use and
+// removed when the process ends.
 inline const std::string &ScratchDir() {
-  static std::string dir = [] {
+  static const std::string &dir = [] () -> const std::string & {
     const char *base = std::getenv("TMPDIR");
     std::string templ = std::string(base && *base ? base : "/tmp") + "/quilla-fuzz-XXXXXX";
-    const char *made = mkdtemp(&templ[0]);
-    return made ? std::string(made) : std::string("/tmp");
+    if (mkdtemp(&templ[0])) {
+      ScratchPath() = templ;
+      std::atexit(RemoveScratch);
+    } else {
+      ScratchPath() = "/tmp";
+    }
+    return ScratchPath();
   }();
   return dir;
 }
