@@ -6,12 +6,14 @@
 #ifndef QUILLA_FUZZ_SIDE_FUZZ_H
 #define QUILLA_FUZZ_SIDE_FUZZ_H
 
+#include <dirent.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -22,14 +24,25 @@ void WriteSeeds(const std::string &dir);
 
 namespace sidefuzz {
 
-// A private scratch directory for the process, made on first use.
+// A private scratch directory for the process, made on first use and
+// removed with the files in it at exit.
 inline const std::string &ScratchDir() {
-  static std::string dir = [] {
+  static std::string dir;
+  if (dir.empty()) {
     const char *base = std::getenv("TMPDIR");
     std::string templ = std::string(base && *base ? base : "/tmp") + "/quilla-fuzz-XXXXXX";
-    const char *made = mkdtemp(&templ[0]);
-    return made ? std::string(made) : std::string("/tmp");
-  }();
+    if (!mkdtemp(&templ[0])) return dir = "/tmp";
+    dir = templ;
+    std::atexit([] {
+      if (DIR *d = opendir(dir.c_str())) {
+        while (const dirent *e = readdir(d))
+          if (std::strcmp(e->d_name, ".") != 0 && std::strcmp(e->d_name, "..") != 0)
+            (void)unlink((dir + "/" + e->d_name).c_str());
+        closedir(d);
+      }
+      (void)rmdir(dir.c_str());
+    });
+  }
   return dir;
 }
 
