@@ -25,6 +25,7 @@
 #include "core/display_x.h"
 #include "core/options_x.h"
 #include "core/settings.h"
+#include "core/shell_command.h"
 #include "tessel.h"
 #include "view/view_x.h"
 
@@ -46,15 +47,10 @@ void DoBubbleAction(Widget w, XEvent *event, String *params, Cardinal *count) {
 
 // The About box's link labels: the web browser from WEBBROWSER, through the
 // shell and in the background, on the web address, or on a mail command for
-// the mail label.
+// the mail label.  The addresses are quoted for the shell.
 void UrlClickAction(Widget w, XEvent *, String *, Cardinal *) {
-  const char *browser = std::getenv("WEBBROWSER");
-  if (!browser || !*browser) browser = "netscape";
-  std::string command(browser);
-  if (std::strcmp(XtName(w), "labelEmail") == 0)
-    command += std::string(" -remote 'mailto(") + kMailAddress + ")' &";
-  else
-    command += std::string(" ") + kWebAddress + " &";
+  const bool mail = std::strcmp(XtName(w), "labelEmail") == 0;
+  const std::string command = BrowserLaunchLine(WebBrowserCommand(), mail ? kMailAddress : kWebAddress, mail);
   if (std::system(command.c_str()) == -1) std::perror("UrlClick");
 }
 

@@ -4,22 +4,14 @@
 // with the mode and size its header names, so the entries are read), as the
 // index file, and as a compressed payload of each mode.  Each cached entry
 // is looked up, a thumbnail is stored, the cache is closed, opened again,
-// compacted and listed.  Nothing may crash, hang or leak.
-//
-// Built with -fsanitize=fuzzer it is fuzz_cache_db; with FUZZ_REPLAY it is
-// the plain program fuzz_cache_replay, which runs every file of the given
-// directories (and, with -make DIR, writes a seed corpus there first).
+// compacted and listed.  Nothing may crash, hang or leak.  The seeds are
+// databases of every mode written by the cache itself.
 #include <dirent.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <string>
 #include <vector>
 
 #include "browser/cache_db.h"
+#include "fuzz/side_fuzz.h"
 #include "tessel.h"
 
 using quilla::ThumbCache;
@@ -27,16 +19,8 @@ using quilla::ThumbCache;
 namespace {
 
 std::string g_root;  // a private cache directory for this process
-long g_hits = 0;     // thumbnails read back whole
 
 uint32_t be16(const uint8_t *p) { return static_cast<uint32_t>(p[0]) << 8 | p[1]; }
-
-void writeFile(const std::string &path, const uint8_t *data, size_t size) {
-  FILE *f = std::fopen(path.c_str(), "wb");
-  if (!f) return;
-  if (size) std::fwrite(data, 1, size, f);
-  std::fclose(f);
-}
 
 std::string indexFor(const std::string &dir) {
   std::string s(quilla::kCacheMagic, 16);
@@ -57,10 +41,9 @@ void exerciseCache(int mode, int width, int height) {
   for (const ThumbCache::Key &k : cache.keys()) {
     TslPicture pic{};
     TslFileInfo info;
-    if (cache.lookup(k.name.c_str(), k.mtime, k.size, &pic, &info) && pic.pixels) {
+    // Touch the last row so that a short buffer shows under ASan.
+    if (cache.lookup(k.name.c_str(), k.mtime, k.size, &pic, &info) && pic.pixels)
       (void)pic.pixels[static_cast<size_t>(pic.height - 1) * pic.bytes_per_line];
-      ++g_hits;
-    }
     tslFree(&pic);
   }
   TslPicture small{};
@@ -87,11 +70,11 @@ void exercise(const uint8_t *data, size_t size) {
     height = static_cast<int>(be16(data + 24));
   }
   const std::string index = indexFor("/fuzz/");
-  writeFile(g_root + "cache.db", reinterpret_cast<const uint8_t *>(index.data()), index.size());
-  writeFile(g_root + "0.db", data, size);
+  sidefuzz::WriteFile(g_root + "cache.db", index);
+  sidefuzz::WriteFile(g_root + "0.db", data, size);
   exerciseCache(mode, width, height);
   // As the index.
-  writeFile(g_root + "cache.db", data, size);
+  sidefuzz::WriteFile(g_root + "cache.db", data, size);
   ::unlink((g_root + "0.db").c_str());
   exerciseCache(1, 92, 69);
   // As a payload of each mode, for a small picture.
@@ -106,60 +89,38 @@ void exercise(const uint8_t *data, size_t size) {
   }
 }
 
-void setUp() {
-  char templ[] = "/tmp/fuzzcacheXXXXXX";
-  const char *dir = ::mkdtemp(templ);
-  g_root = std::string(dir ? dir : "/tmp") + "/cache/";
-  tslInitLibrary();
-  tslSetMaxPixels(1u << 22);
-}
-
 void tearDown() {
-  const std::string dir = g_root.substr(0, g_root.size() - 7);
   if (DIR *d = ::opendir(g_root.c_str())) {
     while (const dirent *e = ::readdir(d))
       if (e->d_name[0] != '.') ::unlink((g_root + e->d_name).c_str());
     ::closedir(d);
   }
   ::rmdir(g_root.c_str());
-  ::rmdir(dir.c_str());
+}
+
+// A private cache directory for the process, emptied at exit.
+void setUp() {
+  static bool done = false;
+  if (done) return;
+  done = true;
+  g_root = sidefuzz::ScratchDir() + "/cache/";
+  tslInitLibrary();
+  tslSetMaxPixels(1u << 22);
+  std::atexit(tearDown);
 }
 
 }  // namespace
 
-#ifndef FUZZ_REPLAY
-
-extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-  setUp();
-  std::atexit(tearDown);
-  return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+  setUp();
   exercise(data, size);
   return 0;
 }
 
-#else
-
-namespace {
-
-bool readAll(const std::string &path, std::vector<uint8_t> *data) {
-  FILE *f = std::fopen(path.c_str(), "rb");
-  if (!f) return false;
-  data->clear();
-  uint8_t buf[65536];
-  size_t n;
-  while ((n = std::fread(buf, 1, sizeof buf, f)) > 0) data->insert(data->end(), buf, buf + n);
-  std::fclose(f);
-  return true;
-}
-
 // Seeds: databases of every mode written by the cache itself, the index
 // that names them, and damaged copies (cuts and flipped bytes).
-int makeCorpus(const std::string &out) {
-  ::mkdir(out.c_str(), 0777);
-  int written = 0;
+void WriteSeeds(const std::string &out) {
+  setUp();
   for (int mode = 0; mode < 4; ++mode) {
     ThumbCache cache(g_root);
     cache.configure(true, mode);
@@ -180,63 +141,16 @@ int makeCorpus(const std::string &out) {
       tslFree(&pic);
     }
     cache.close();
-    std::vector<uint8_t> db, index;
-    readAll(cache.databasePath(0), &db);
-    readAll(cache.indexPath(), &index);
+    const std::string db = sidefuzz::ReadFile(cache.databasePath(0));
     const std::string stem = out + "/mode" + std::to_string(mode);
-    writeFile(stem + ".db", db.data(), db.size());
-    writeFile(stem + ".index", index.data(), index.size());
-    written += 2;
-    for (int v = 0; v < 6 && !db.empty(); ++v) {
-      std::vector<uint8_t> d = db;
-      if (v < 3) d.resize(d.size() * (v + 1) / 4);
-      else
-        for (int f = 0; f < 4 * v; ++f) d[(f * 131 + v * 17) % d.size()] ^= static_cast<uint8_t>(1u << (f % 8));
-      writeFile(stem + ".v" + std::to_string(v) + ".db", d.data(), d.size());
-      ++written;
+    sidefuzz::WriteFile(stem + ".index", sidefuzz::ReadFile(cache.indexPath()));
+    sidefuzz::WriteWithDamage(out, "mode" + std::to_string(mode) + ".db", db);
+    for (int v = 0; v < 3 && !db.empty(); ++v) {
+      std::string d = db;
+      for (int f = 0; f < 12 + 4 * v; ++f) d[(f * 131 + v * 17) % d.size()] ^= static_cast<char>(1u << (f % 8));
+      sidefuzz::WriteFile(stem + ".flip" + std::to_string(v) + ".db", d);
     }
     ::unlink(cache.databasePath(0).c_str());
     ::unlink(cache.indexPath().c_str());
   }
-  std::printf("fuzz_cache_replay: %d seed files in %s\n", written, out.c_str());
-  return written > 0 ? 0 : 1;
 }
-
-void collect(const std::string &path, std::vector<std::string> *files) {
-  struct stat st;
-  if (::stat(path.c_str(), &st) != 0) return;
-  if (!S_ISDIR(st.st_mode)) {
-    files->push_back(path);
-    return;
-  }
-  DIR *dir = ::opendir(path.c_str());
-  if (!dir) return;
-  while (dirent *e = ::readdir(dir))
-    if (e->d_name[0] != '.') collect(path + "/" + e->d_name, files);
-  ::closedir(dir);
-}
-
-}  // namespace
-
-int main(int argc, char **argv) {
-  if (argc < 2) {
-    std::fprintf(stderr, "usage: fuzz_cache_replay [-make DIR] DIR_OR_FILE...\n");
-    return 2;
-  }
-  setUp();
-  int first = 1, status = 0;
-  if (std::strcmp(argv[1], "-make") == 0 && argc >= 3) {
-    status = makeCorpus(argv[2]);
-    first = 3;
-  }
-  std::vector<std::string> files;
-  for (int k = first; k < argc; ++k) collect(argv[k], &files);
-  std::vector<uint8_t> data;
-  for (const std::string &path : files)
-    if (readAll(path, &data)) exercise(data.data(), data.size());
-  std::printf("fuzz_cache_replay: %zu files, %ld thumbnails read back\n", files.size(), g_hits);
-  tearDown();
-  return status;
-}
-
-#endif

@@ -803,3 +803,43 @@ TEST_F(LargeJpegTest, StoredTurnedStaysUprightOnBothDecodes) {
 }
 
 }  // namespace
+
+// A damaged picture met in an open view: the message box says why, the
+// view keeps what it showed, goes on to the next picture and answers keys;
+// the same picture opened on its own makes no window and harms no other.
+TEST_F(ViewTest, DamagedPictureShowsTheBoxAndTheViewGoesOn) {
+  Open("QUILLA_TEST_DISPLAY");
+  const std::string whole = Picture("whole.png", TSL_RGB, 70, 40, 2);
+  const std::string cut = dir_.file("cut.png");
+  testutil::WriteFile(cut, testutil::ReadFile(whole).substr(0, testutil::ReadFile(whole).size() / 2));
+  const std::string paths[3] = {Picture("first.png", TSL_RGB, 50, 40), cut, Picture("third.png", TSL_RGB, 80, 40, 3)};
+  auto *list = static_cast<FileListEntry *>(std::calloc(3, sizeof(FileListEntry)));
+  for (int i = 0; i < 3; ++i) std::snprintf(list[i].path, sizeof list[i].path, "%s", paths[i].c_str());
+  static std::vector<std::string> texts;
+  texts.clear();
+  DialogHook old = SetDialogHook([](Widget box) {
+    if (box != ShownMessageBox()) return;
+    texts.push_back(guitest::LabelText(box, "*labelMessage"));
+    XtCallCallbacks(XtNameToWidget(box, "*buttonOK"), XmNactivateCallback, nullptr);
+  });
+  Widget shell = OpenViewOnList(App().shell, list, 3, 0);
+  ASSERT_NE(shell, nullptr);
+  Pump();
+  Key(shell, XK_space);
+  ASSERT_EQ(texts.size(), 1u);
+  EXPECT_FALSE(texts[0].empty());
+  EXPECT_EQ(ViewCount(), 1);
+  EXPECT_EQ(State(shell).width, 50u);  // still the first picture
+  Key(shell, XK_space);
+  EXPECT_EQ(State(shell).list_pos, 2);
+  EXPECT_EQ(State(shell).width, 80u);
+  EXPECT_EQ(texts.size(), 1u);
+
+  EXPECT_EQ(OpenViewOnFile(App().shell, cut.c_str(), 0), nullptr);
+  EXPECT_EQ(texts.size(), 2u);
+  EXPECT_EQ(ViewCount(), 1);
+  const double zoom = State(shell).zoom;
+  RunViewCommand(shell, "zoom+");
+  EXPECT_GT(State(shell).zoom, zoom);
+  SetDialogHook(old);
+}
