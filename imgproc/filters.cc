@@ -16,6 +16,15 @@
 
 #include "imgproc/convert_rows.h"
 
+
+// An AVX2 copy of the hot loop, chosen at load time.  ThreadSanitizer builds
+// keep one copy: the loader's resolver would run before its runtime starts.
+#if defined(__SANITIZE_THREAD__)
+#define QUILLA_AVX2_CLONES
+#else
+#define QUILLA_AVX2_CLONES __attribute__((target_clones("avx2", "default")))
+#endif
+
 namespace quilla {
 
 namespace {
@@ -356,7 +365,7 @@ void accumulateSigned(int32_t *__restrict acc, const uint8_t *__restrict p, int3
 // for the four edges, one for the centre), so the nine products become three
 // on 16-bit sums of the corners and of the edges; the sum is the same.  The
 // sums of the top and bottom rows are formed once per row in `col`.
-__attribute__((target_clones("avx2", "default"))) void gauss3Loop(
+QUILLA_AVX2_CLONES void gauss3Loop(
     const uint8_t *__restrict a, const uint8_t *__restrict m, const uint8_t *__restrict c, uint16_t *__restrict col,
     uint8_t *__restrict out, size_t n, size_t b, uint32_t corner, uint32_t edge, uint32_t centre) {
   const size_t span = n + 2 * b;

@@ -32,6 +32,15 @@
 #include "../exif.h"
 #include "../format.h"
 
+
+// An AVX2 copy of the hot loop, chosen at load time.  ThreadSanitizer builds
+// keep one copy: the loader's resolver would run before its runtime starts.
+#if defined(__SANITIZE_THREAD__)
+#define QUILLA_AVX2_CLONES
+#else
+#define QUILLA_AVX2_CLONES __attribute__((target_clones("avx2", "default")))
+#endif
+
 namespace tessel {
 namespace {
 
@@ -357,7 +366,7 @@ inline uint8_t paethPredictor(int a, int b, int c) {
 // out[0] = filter type, out[1..n] = residuals, with the filter whose
 // residuals have the smallest sum of magnitudes (ties: the lower type).
 // `work` holds 4 * n bytes.  bpp: bytes per complete pixel.
-__attribute__((target_clones("avx2", "default"))) void filterAdaptive(const uint8_t *__restrict cur,
+QUILLA_AVX2_CLONES void filterAdaptive(const uint8_t *__restrict cur,
                                                                      const uint8_t *__restrict up, size_t n,
                                                                      size_t bpp, uint8_t *work, uint8_t *out) {
   uint8_t *__restrict sub = work;
