@@ -91,16 +91,7 @@ int cinInfo(const Source &src, int, TslFileInfo *info) {
   CinHeader h;
   int code = parseHeader(src, &h, info->message, sizeof info->message);
   if (code != TSL_OK) return code;
-  info->width = h.image.width;
-  info->height = h.image.height;
-  info->bits_per_plane = h.image.layout.bits;
-  info->planes = h.image.channels;
-  info->color_model = h.image.channels == 1 ? TSL_GREY : TSL_RGB;
-  info->colors = h.image.channels == 1 ? 256 : 1L << 24;
-  info->compression = TSL_COMP_NONE;
-  info->origin = h.image.flip_y ? 1 : 0;
-  info->pages = 1;
-  if (h.label[0]) info->comment = strdup(h.label);
+  filmFillInfo(h.image, h.label, info);
   return TSL_OK;
 }
 

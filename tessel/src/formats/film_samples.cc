@@ -113,6 +113,20 @@ void filmPackRow(int bits, bool low_first, const uint16_t *samples, uint32_t cou
 
 namespace tessel {
 
+void filmFillInfo(const FilmImage &image, const char *comment, TslFileInfo *info) {
+  info->width = image.width;
+  info->height = image.height;
+  info->bits_per_plane = image.layout.bits;
+  info->planes = image.channels;
+  info->color_model = image.channels == 1 ? TSL_GREY : image.channels == 4 ? TSL_RGBA : TSL_RGB;
+  info->has_alpha = image.channels == 4;
+  info->colors = image.channels == 1 ? 256 : 1L << 24;
+  info->compression = TSL_COMP_NONE;
+  info->origin = image.flip_y ? 1 : 0;
+  info->pages = 1;
+  if (comment[0]) info->comment = strdup(comment);
+}
+
 int filmLoadPixels(const Source &src, const FilmImage &im, TslPicture *picture, LoadContext &ctx) {
   const uint64_t count = static_cast<uint64_t>(im.width) * static_cast<uint64_t>(im.channels);
   if (!ctx.sizeAllowed(im.width, im.height)) return TSL_ERR_MEMORY;

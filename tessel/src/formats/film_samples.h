@@ -83,6 +83,10 @@ struct FilmImage {
 // TSL_FLAG_KEEP_DAMAGED leaves the missing rows black.
 int filmLoadPixels(const Source &src, const FilmImage &image, TslPicture *picture, LoadContext &ctx);
 
+// The file information of a film-scan picture: size, depth, colour model
+// from the channel count, orientation, and `comment` when not empty.
+void filmFillInfo(const FilmImage &image, const char *comment, TslFileInfo *info);
+
 // Writes a picture's rows as 8- or 10-bit samples, 1 (grey), 3 (RGB) or
 // 4 (RGBA) per pixel, in the layouts of filmPackRow.
 int filmSavePixels(FILE *file, const TslPicture *picture, int bits, int channels, bool low_first, SaveContext &ctx);
