@@ -12,8 +12,36 @@
 #include <string>
 
 #include "core/app_x.h"
+#include "tessel.h"
 
 namespace guitest {
+
+// Sets the EXIF orientation of a file with exiftool; false when it fails.
+inline bool SetExifOrientation(const std::string &path, int orientation) {
+  const std::string cmd =
+      "exiftool -q -overwrite_original -n -Orientation=" + std::to_string(orientation) + " '" + path + "'";
+  return std::system(cmd.c_str()) == 0;
+}
+
+// Writes `path` as a 60x20 PNG, its left third red and the rest blue, stored
+// turned (EXIF orientation 6: turn right to view), so the upright picture is
+// 20x60 with red on top.  False when it could not be made.
+inline bool WriteTurnedPicture(const std::string &path) {
+  TslPicture p{};
+  if (!tslAllock(&p, TSL_RGB, 0, 60, 20)) return false;
+  for (uint32_t y = 0; y < 20; ++y)
+    for (uint32_t x = 0; x < 60; ++x) {
+      uint8_t *px = p.pixels + y * p.bytes_per_line + x * 3;
+      px[0] = x < 20 ? 255 : 0;
+      px[2] = x < 20 ? 0 : 255;
+    }
+  TslParams params;
+  tslDefaultParams(&params);
+  params.format = tslFormatGetIndex("png");
+  const bool saved = tslSave(path.c_str(), &p, &params) == 0;
+  tslFree(&p);
+  return saved && SetExifOrientation(path, 6);
+}
 
 // One X server of the tests, as the program would hold it.
 struct TestServer {

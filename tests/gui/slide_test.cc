@@ -319,22 +319,8 @@ TEST_F(SlideTest, ExifOrientationIsShownUpright) {
   Open("QUILLA_TEST_DISPLAY");
   if (IsSkipped()) return;
   if (std::system("command -v exiftool >/dev/null 2>&1") != 0) GTEST_SKIP() << "exiftool missing";
-  // 60x20: the left third red, the rest blue.
-  TslPicture p{};
-  ASSERT_TRUE(tslAllock(&p, TSL_RGB, 0, 60, 20));
-  for (uint32_t y = 0; y < 20; ++y)
-    for (uint32_t x = 0; x < 60; ++x) {
-      uint8_t *px = p.pixels + y * p.bytes_per_line + x * 3;
-      px[0] = x < 20 ? 255 : 0;
-      px[2] = x < 20 ? 0 : 255;
-    }
-  TslParams params;
-  tslDefaultParams(&params);
-  params.format = tslFormatGetIndex("png");
   const std::string path = dir_.file("turned.png");
-  ASSERT_EQ(tslSave(path.c_str(), &p, &params), 0);
-  tslFree(&p);
-  ASSERT_EQ(std::system(("exiftool -q -overwrite_original -n -Orientation=6 '" + path + "'").c_str()), 0);
+  ASSERT_TRUE(guitest::WriteTurnedPicture(path));
   ASSERT_NE(StartSlideShow({path}, 0, 1000), nullptr);
   SlideShowState s = State();
   ASSERT_EQ(s.width, 20);
