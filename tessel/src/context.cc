@@ -36,6 +36,11 @@ void LoadContext::setMessage(const char *format, ...) {
   va_end(ap);
 }
 
+int LoadContext::fail(int code, const char *message) {
+  if (message && message[0]) setMessage("%s", message);
+  return code;
+}
+
 void SaveContext::progress(uint64_t done, uint64_t total) {
   if (!params_.progress || total == 0) return;
   int percent = static_cast<int>(done >= total ? 100 : done * 100 / total);

@@ -45,6 +45,8 @@ class LoadContext {
 
   // printf-style message for TSL_ERR_BAD_FILE.
   void setMessage(const char *format, ...) __attribute__((format(printf, 2, 3)));
+  // A failed step's code, its message (when it wrote one) kept as the load's.
+  int fail(int code, const char *message);
   const char *message() const { return message_; }
 
  private:

@@ -317,10 +317,7 @@ int loadBmp(const Source &src, TslPicture *pic, LoadContext &ctx) {
   BmpHeader h;
   char msg[256] = {0};
   int code = parseHeader(src, &h, msg, sizeof msg);
-  if (code != TSL_OK) {
-    if (msg[0]) ctx.setMessage("%s", msg);
-    return code;
-  }
+  if (code != TSL_OK) return ctx.fail(code, msg);
   Palette pal;
   readPalette(src, h, &pal);
   const int model = modelFor(h, pal);

@@ -99,10 +99,7 @@ int cinLoad(const Source &src, TslPicture *picture, LoadContext &ctx) {
   CinHeader h;
   char msg[256] = {0};
   int code = parseHeader(src, &h, msg, sizeof msg);
-  if (code != TSL_OK) {
-    if (msg[0]) ctx.setMessage("%s", msg);
-    return code;
-  }
+  if (code != TSL_OK) return ctx.fail(code, msg);
   return filmLoadPixels(src, h.image, picture, ctx);
 }
 

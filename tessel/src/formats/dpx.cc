@@ -108,10 +108,7 @@ int dpxLoad(const Source &src, TslPicture *picture, LoadContext &ctx) {
   DpxHeader h;
   char msg[256] = {0};
   int code = parseHeader(src, &h, msg, sizeof msg);
-  if (code != TSL_OK) {
-    if (msg[0]) ctx.setMessage("%s", msg);
-    return code;
-  }
+  if (code != TSL_OK) return ctx.fail(code, msg);
   return filmLoadPixels(src, h.image, picture, ctx);
 }
 

@@ -133,10 +133,7 @@ int grobLoad(const Source &src, TslPicture *picture, LoadContext &ctx) {
   GrobHeader h;
   char msg[256] = {0};
   int code = parseHeader(src, &h, msg, sizeof msg);
-  if (code != TSL_OK) {
-    if (msg[0]) ctx.setMessage("%s", msg);
-    return code;
-  }
+  if (code != TSL_OK) return ctx.fail(code, msg);
   const int planes = planesFor(h, ctx.params());
   const uint32_t rows = h.height / static_cast<uint32_t>(planes);
   if (!ctx.sizeAllowed(h.width, rows)) return TSL_ERR_MEMORY;

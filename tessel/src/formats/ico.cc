@@ -216,10 +216,7 @@ int icoLoad(const Source &src, TslPicture *picture, LoadContext &ctx) {
     code = TSL_ERR_BAD_FILE;
   }
   if (code == TSL_OK) code = entryAt(src, ctx.page(), &e, msg, sizeof msg);
-  if (code != TSL_OK) {
-    if (msg[0]) ctx.setMessage("%s", msg);
-    return code;
-  }
+  if (code != TSL_OK) return ctx.fail(code, msg);
   if (e.cut && !ctx.keepDamaged()) return TSL_ERR_READ;
   if (!e.png) return loadDib(src.data + e.offset, e.size, picture, ctx);
   const FormatDef *png = pngFormat();

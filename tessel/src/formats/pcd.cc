@@ -69,10 +69,7 @@ uint8_t clamp(double v) { return static_cast<uint8_t>(v <= 0 ? 0 : v >= 255 ? 25
 int pcdLoad(const Source &src, TslPicture *picture, LoadContext &ctx) {
   char msg[256] = {0};
   int code = checkHeader(src, msg, sizeof msg);
-  if (code != TSL_OK) {
-    if (msg[0]) ctx.setMessage("%s", msg);
-    return code;
-  }
+  if (code != TSL_OK) return ctx.fail(code, msg);
   const int index = std::min(std::max(ctx.params().pcd_base, 0), kLargest);
   const Resolution &r = kResolutions[index];
   if (r.offset + bytesOf(r) > src.size && !ctx.keepDamaged()) return TSL_ERR_READ;

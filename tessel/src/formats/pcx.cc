@@ -165,10 +165,7 @@ int decodePcx(const uint8_t *d, size_t n, TslPicture *pic, LoadContext &ctx) {
   PcxHeader h;
   char msg[256] = {0};
   int code = parseHeader(d, n, &h, msg, sizeof msg);
-  if (code != TSL_OK) {
-    if (msg[0]) ctx.setMessage("%s", msg);
-    return code;
-  }
+  if (code != TSL_OK) return ctx.fail(code, msg);
   if (!ctx.sizeAllowed(h.width, h.height)) return TSL_ERR_MEMORY;
   const int model = modelFor(h, d, n);
   code = ctx.alloc(pic, model, h.width, h.height);
@@ -434,10 +431,7 @@ int loadDcx(const Source &src, TslPicture *pic, LoadContext &ctx) {
   size_t n;
   char msg[256] = {0};
   int code = dcxPage(src, ctx.page(), &d, &n, msg, sizeof msg);
-  if (code != TSL_OK) {
-    if (msg[0]) ctx.setMessage("%s", msg);
-    return code;
-  }
+  if (code != TSL_OK) return ctx.fail(code, msg);
   return decodePcx(d, n, pic, ctx);
 }
 

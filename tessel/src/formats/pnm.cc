@@ -290,10 +290,7 @@ int loadPnm(const Source &src, TslPicture *pic, LoadContext &ctx) {
   PnmHeader h;
   char msg[256] = {0};
   int code = findPage(src, ctx.page() < 0 ? 0 : ctx.page(), &h, msg, sizeof msg);
-  if (code != TSL_OK) {
-    if (msg[0]) ctx.setMessage("%s", msg);
-    return code;
-  }
+  if (code != TSL_OK) return ctx.fail(code, msg);
   if (!ctx.sizeAllowed(h.width, h.height)) return TSL_ERR_MEMORY;
   const int model = h.model();
   code = ctx.alloc(pic, model, static_cast<uint32_t>(h.width), static_cast<uint32_t>(h.height));

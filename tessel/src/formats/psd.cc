@@ -143,10 +143,7 @@ int psdLoad(const Source &src, TslPicture *picture, LoadContext &ctx) {
   PsdHeader h;
   char msg[256] = {0};
   int code = parseHeader(src, &h, msg, sizeof msg);
-  if (code != TSL_OK) {
-    if (msg[0]) ctx.setMessage("%s", msg);
-    return code;
-  }
+  if (code != TSL_OK) return ctx.fail(code, msg);
   if (!ctx.sizeAllowed(h.width, h.height)) return TSL_ERR_MEMORY;
   const uint32_t planes = h.colour_channels + (h.alpha ? 1 : 0);
   const uint64_t row_bytes = (static_cast<uint64_t>(h.width) * h.depth + 7) / 8;

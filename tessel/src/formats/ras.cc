@@ -108,10 +108,7 @@ int rasLoad(const Source &src, TslPicture *picture, LoadContext &ctx) {
   RasHeader h;
   char msg[256] = {0};
   int code = parseHeader(src, &h, msg, sizeof msg);
-  if (code != TSL_OK) {
-    if (msg[0]) ctx.setMessage("%s", msg);
-    return code;
-  }
+  if (code != TSL_OK) return ctx.fail(code, msg);
   if (!ctx.sizeAllowed(h.width, h.height)) return TSL_ERR_MEMORY;
   const uint8_t *data = src.data + kHeaderSize + h.map_length;
   const size_t avail = src.size - kHeaderSize - h.map_length;

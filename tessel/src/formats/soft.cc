@@ -147,10 +147,7 @@ int softLoad(const Source &src, TslPicture *picture, LoadContext &ctx) {
   SoftHeader h;
   char msg[256] = {0};
   int code = parseHeader(src, &h, msg, sizeof msg);
-  if (code != TSL_OK) {
-    if (msg[0]) ctx.setMessage("%s", msg);
-    return code;
-  }
+  if (code != TSL_OK) return ctx.fail(code, msg);
   if (!ctx.sizeAllowed(h.width, h.height)) return TSL_ERR_MEMORY;
   // A run codes at most 65535 pixels in four bytes: a file far too short
   // for its size fails before the allocation.

@@ -195,10 +195,7 @@ int loadTga(const Source &src, TslPicture *pic, LoadContext &ctx) {
   TgaHeader h;
   char msg[256] = {0};
   int code = parseHeader(src, &h, msg, sizeof msg);
-  if (code != TSL_OK) {
-    if (msg[0]) ctx.setMessage("%s", msg);
-    return code;
-  }
+  if (code != TSL_OK) return ctx.fail(code, msg);
   if (!ctx.sizeAllowed(h.width, h.height)) return TSL_ERR_MEMORY;
   const int model = modelFor(h);
   code = ctx.alloc(pic, model, h.width, h.height);
