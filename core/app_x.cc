@@ -4,6 +4,8 @@
 #include "core/app_x.h"
 #include "widgets/BubbleHelp.h"
 
+#include <X11/IntrinsicP.h>
+#include <X11/CoreP.h>
 #include <Xm/Xm.h>
 #include <Xm/Form.h>
 #include <Xm/Label.h>
@@ -145,6 +147,21 @@ void InstallSignalHandlers() {
   sysv_signal(SIGBUS, OnFatalSignal);
   sysv_signal(SIGSEGV, OnFatalSignal);
   sysv_signal(SIGALRM, OnAlarm);
+}
+
+Widget ShellOf(Widget w) {
+  while (w && !XtIsShell(w)) w = XtParent(w);
+  return w;
+}
+
+bool WidgetAlive(Widget w) { return w && !w->core.being_destroyed; }
+
+Widget DialogParent(Widget owner) {
+  Widget s = ShellOf(owner);
+  if (WidgetAlive(s)) return s;
+  s = ShellOf(App().main_window);
+  if (WidgetAlive(s)) return s;
+  return WidgetAlive(App().shell) ? App().shell : nullptr;
 }
 
 void SetWindowIcon(Widget shell) {

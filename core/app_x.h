@@ -35,6 +35,14 @@ void RegisterActions(XtAppContext app);
 // SIGALRM, with one-shot semantics.
 void InstallSignalHandlers();
 
+// The shell holding `w` (w itself when it is one), or nullptr.
+Widget ShellOf(Widget w);
+// Whether `w` exists and is not being destroyed.
+bool WidgetAlive(Widget w);
+// Where a dialog of `owner` goes: the owner's shell, else the main window's,
+// else the application shell; nullptr when there is none.
+Widget DialogParent(Widget owner);
+
 // Sets the window icon on a shell (no-op before the icon is built).
 void SetWindowIcon(Widget shell);
 

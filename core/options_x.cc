@@ -58,11 +58,6 @@ int g_last_page = 0;  // the page shown when the dialog opens again
 
 XmString Str(const std::string &s) { return XmStringCreateLocalized(const_cast<char *>(s.c_str())); }
 
-Widget ShellOf(Widget w) {
-  while (w && !XtIsShell(w)) w = XtParent(w);
-  return w;
-}
-
 // ---- the text a control shows, and setting it
 
 std::string ControlText(const Control &c) {

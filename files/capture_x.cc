@@ -149,11 +149,6 @@ void LineChosen(Widget, XtPointer data, XtPointer) {
   if (!XmToggleButtonGetState(d->select)) XmToggleButtonSetState(d->select, True, True);
 }
 
-Widget ShellOf(Widget w) {
-  while (w && !XtIsShell(w)) w = XtParent(w);
-  return w;
-}
-
 Widget Toggle(Widget parent, const char *name, const char *label, bool set, bool radio) {
   XmString l = XmStringCreateLocalized(const_cast<char *>(label));
   Widget t = XtVaCreateManagedWidget(name, xmToggleButtonWidgetClass, parent, XmNlabelString, l, XmNset,

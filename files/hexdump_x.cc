@@ -175,11 +175,6 @@ void Destroyed(Widget, XtPointer data, XtPointer) {
   delete d;
 }
 
-Widget ShellOf(Widget w) {
-  while (w && !XtIsShell(w)) w = XtParent(w);
-  return w;
-}
-
 }  // namespace
 
 Widget OpenHexDump(Widget owner, const std::string &path) {

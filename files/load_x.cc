@@ -8,8 +8,6 @@
 // before a widget is destroyed.
 #include "files/load_x.h"
 
-#include <X11/IntrinsicP.h>
-#include <X11/CoreP.h>
 #include <X11/cursorfont.h>
 #include <Xm/AtomMgr.h>
 #include <Xm/DialogS.h>
@@ -34,23 +32,6 @@ namespace quilla {
 namespace {
 
 DialogHook g_hook = nullptr;
-
-Widget ShellOf(Widget w) {
-  while (w && !XtIsShell(w)) w = XtParent(w);
-  return w;
-}
-
-bool Alive(Widget w) { return w && !w->core.being_destroyed; }
-
-// Where a dialog of `owner` goes: the owner's shell, else the main window's,
-// else the application shell; nullptr when there is none.
-Widget DialogParent(Widget owner) {
-  Widget s = ShellOf(owner);
-  if (Alive(s)) return s;
-  s = ShellOf(App().main_window);
-  if (Alive(s)) return s;
-  return Alive(App().shell) ? App().shell : nullptr;
-}
 
 XmString MakeString(const std::string &text) { return XmStringCreateLocalized(const_cast<char *>(text.c_str())); }
 
@@ -293,7 +274,7 @@ void DefineBusyCursor(Widget shell, bool busy) {
 }
 
 void BusyOnShell(Widget shell) {
-  if (!Alive(shell)) return;
+  if (!WidgetAlive(shell)) return;
   int &depth = g_busy[shell];
   if (depth++ == 0) {
     XtAddCallback(shell, XtNdestroyCallback, BusyShellDestroyed, nullptr);
@@ -309,7 +290,7 @@ void BusyOffShell(Widget shell) {
   if (--it->second > 0) return;
   g_busy.erase(it);
   XtRemoveCallback(shell, XtNdestroyCallback, BusyShellDestroyed, nullptr);
-  if (Alive(shell)) DefineBusyCursor(shell, false);
+  if (WidgetAlive(shell)) DefineBusyCursor(shell, false);
 }
 
 }  // namespace

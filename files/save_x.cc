@@ -31,13 +31,6 @@ namespace {
 int g_saves = 0;                   // central saves running
 std::vector<Widget> g_conversions;  // conversion dialogs shown, innermost last
 
-Widget ShellOf(Widget w) {
-  while (w && !XtIsShell(w)) w = XtParent(w);
-  return w;
-}
-
-bool Alive(Widget w) { return w && !w->core.being_destroyed; }
-
 XmString MakeString(const char *text) { return XmStringCreateLocalized(const_cast<char *>(text)); }
 
 // ---- the conversion dialog
@@ -213,10 +206,8 @@ Conversion *BuildConversion(Widget parent, const char *path, const TslFormatInfo
 }  // namespace
 
 int AskSaveConversion(Widget owner, const char *path, const TslFormatInfo &format, int preselected) {
-  Widget parent = ShellOf(owner);
-  if (!Alive(parent)) parent = ShellOf(App().main_window);
-  if (!Alive(parent)) parent = App().shell;
-  if (!Alive(parent)) return kSaveCancelled;
+  Widget parent = DialogParent(owner);
+  if (!parent) return kSaveCancelled;
   Conversion *c = BuildConversion(parent, path ? path : "", format);
 
   ConversionChoice choice;
@@ -261,7 +252,7 @@ class XSaveUi : public SaveUi {
  public:
   explicit XSaveUi(Widget owner) : owner_(owner), shell_(ShellOf(owner)) {
     app_ = owner ? XtWidgetToApplicationContext(owner) : App().app;
-    if (Alive(shell_)) XtAddCallback(shell_, XtNdestroyCallback, OwnerDestroyed, this);
+    if (WidgetAlive(shell_)) XtAddCallback(shell_, XtNdestroyCallback, OwnerDestroyed, this);
     else shell_ = owner_ = nullptr;
   }
   ~XSaveUi() override {

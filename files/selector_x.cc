@@ -53,21 +53,6 @@ void SetLabel(Widget w, const std::string &text) {
   XmStringFree(s);
 }
 
-Widget ShellOf(Widget w) {
-  while (w && !XtIsShell(w)) w = XtParent(w);
-  return w;
-}
-
-bool Alive(Widget w) { return w && !w->core.being_destroyed; }
-
-Widget DialogParent(Widget owner) {
-  Widget s = ShellOf(owner);
-  if (Alive(s)) return s;
-  s = ShellOf(App().main_window);
-  if (Alive(s)) return s;
-  return Alive(App().shell) ? App().shell : nullptr;
-}
-
 Atom DeleteWindowAtom(Widget w) {
   return XmInternAtom(XtDisplay(w), const_cast<char *>("WM_DELETE_WINDOW"), False);
 }
@@ -627,7 +612,7 @@ void FormatListDestroyed(Widget w, XtPointer, XtPointer) {
 
 void CloseFormatList(Widget, XtPointer client, XtPointer) {
   Widget shell = static_cast<Widget>(client);
-  if (Alive(shell)) XtDestroyWidget(shell);
+  if (WidgetAlive(shell)) XtDestroyWidget(shell);
 }
 
 }  // namespace

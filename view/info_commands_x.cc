@@ -38,11 +38,6 @@ namespace {
 
 XmString Str(const std::string &s) { return XmStringCreateLocalized(const_cast<char *>(s.c_str())); }
 
-Widget ShellOf(Widget w) {
-  while (w && !XtIsShell(w)) w = XtParent(w);
-  return w;
-}
-
 // A small dialog: a form "content" for its own widgets, a message line for
 // wrong input, "O.K." and (when asked) "Cancel".  O.K. runs `accept`, which
 // returns false to keep the dialog open.

@@ -40,11 +40,6 @@ OpDialogHook g_hook = nullptr;
 
 XmString Str(const std::string &text) { return XmStringCreateLocalized(const_cast<char *>(text.c_str())); }
 
-Widget ShellOf(Widget w) {
-  while (w && !XtIsShell(w)) w = XtParent(w);
-  return w;
-}
-
 Widget DialogParent(Widget owner) {
   Widget s = ShellOf(owner);
   if (s && !s->core.being_destroyed) return s;

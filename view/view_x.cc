@@ -171,11 +171,6 @@ std::vector<ViewRecord *> g_views;
 
 bool Alive(const ViewRecord *v) { return std::find(g_views.begin(), g_views.end(), v) != g_views.end(); }
 
-Widget ShellOf(Widget w) {
-  while (w && !XtIsShell(w)) w = XtParent(w);
-  return w;
-}
-
 ViewRecord *FindView(Widget w) {
   Widget shell = ShellOf(w);
   for (ViewRecord *v : g_views)
