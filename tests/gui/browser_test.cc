@@ -325,13 +325,7 @@ TEST_F(BrowserTest, KeyboardMovesOpensGoesUpAndFindsByName) {
   Settings().Browser.Viewas = kViewList;
   Widget shell = OpenBrowser(App().shell, d.c_str());
   ASSERT_NE(shell, nullptr);
-  for (int i = 0; i < 200; ++i) {
-    XWindowAttributes a;
-    XSync(dpy_, False);
-    if (XGetWindowAttributes(dpy_, XtWindow(shell), &a) && a.map_state == IsViewable) break;
-    usleep(5000);
-  }
-  XSetInputFocus(dpy_, XtWindow(shell), RevertToPointerRoot, CurrentTime);
+  guitest::FocusWhenMapped(dpy_, shell);
   Pump();
   // The icon view has the keyboard from the start.
   EXPECT_EQ(State().current, 0);

@@ -252,13 +252,7 @@ TEST_F(ComboBoxTest, KeysOpenMoveChooseAndCancel) {
   Add({"jpeg", "png", "gif"});
   MyComboBoxSelectPos(combo_, 1);
   chosen_ = Chosen();
-  for (int i = 0; i < 200; ++i) {
-    XWindowAttributes a;
-    XSync(dpy_, False);
-    if (XGetWindowAttributes(dpy_, XtWindow(shell_), &a) && a.map_state == IsViewable) break;
-    usleep(5000);
-  }
-  XSetInputFocus(dpy_, XtWindow(shell_), RevertToPointerRoot, CurrentTime);
+  guitest::FocusWhenMapped(dpy_, shell_);
   Pump();
   XmProcessTraversal(combo_, XmTRAVERSE_CURRENT);
   Pump();

@@ -7,6 +7,8 @@
 #include <X11/Shell.h>
 #include <Xm/Xm.h>
 
+#include <unistd.h>
+
 #include <cstdlib>
 #include <map>
 #include <string>
@@ -15,6 +17,19 @@
 #include "tessel.h"
 
 namespace guitest {
+
+// Gives a shown shell the keyboard, as a window manager would, once it is
+// mapped (waiting a second at most).
+inline void FocusWhenMapped(Display *dpy, Widget shell) {
+  for (int i = 0; i < 200; ++i) {
+    XWindowAttributes a;
+    XSync(dpy, False);
+    if (XGetWindowAttributes(dpy, XtWindow(shell), &a) && a.map_state == IsViewable) break;
+    usleep(5000);
+  }
+  XSetInputFocus(dpy, XtWindow(shell), RevertToPointerRoot, CurrentTime);
+  XSync(dpy, False);
+}
 
 // Sets the EXIF orientation of a file with exiftool; false when it fails.
 inline bool SetExifOrientation(const std::string &path, int orientation) {

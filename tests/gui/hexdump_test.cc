@@ -68,13 +68,7 @@ class HexDumpTest : public ::testing::TestWithParam<const char *> {
   }
   // Gives the window the keyboard, as a window manager would.
   void Focus(Widget shell) {
-    for (int i = 0; i < 200; ++i) {
-      XWindowAttributes a;
-      XSync(dpy_, False);
-      if (XGetWindowAttributes(dpy_, XtWindow(shell), &a) && a.map_state == IsViewable) break;
-      usleep(5000);
-    }
-    XSetInputFocus(dpy_, XtWindow(shell), RevertToPointerRoot, CurrentTime);
+    guitest::FocusWhenMapped(dpy_, shell);
     Pump();
   }
   void Key(const std::string &keys) {

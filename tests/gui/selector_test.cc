@@ -85,14 +85,7 @@ class SelectorTest : public ::testing::Test {
   void Key(const std::string &keys) { Xdo("key --delay 20 " + keys); }
   // Gives a shown shell the keyboard, as a window manager would.
   void Focus(Widget shell) {
-    for (int i = 0; i < 200; ++i) {
-      XWindowAttributes a;
-      XSync(dpy_, False);
-      if (XGetWindowAttributes(dpy_, XtWindow(shell), &a) && a.map_state == IsViewable) break;
-      usleep(5000);
-    }
-    XSetInputFocus(dpy_, XtWindow(shell), RevertToPointerRoot, CurrentTime);
-    XSync(dpy_, False);
+    guitest::FocusWhenMapped(dpy_, shell);
   }
 
   // The steps run while the selector is up: the first when it appears, each

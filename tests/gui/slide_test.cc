@@ -146,13 +146,7 @@ class SlideTest : public ::testing::Test {
     Pump();
   }
   void Focus(Widget shell) {
-    for (int i = 0; i < 200; ++i) {
-      XWindowAttributes a;
-      XSync(dpy_, False);
-      if (XGetWindowAttributes(dpy_, XtWindow(shell), &a) && a.map_state == IsViewable) break;
-      usleep(5000);
-    }
-    XSetInputFocus(dpy_, XtWindow(shell), RevertToPointerRoot, CurrentTime);
+    guitest::FocusWhenMapped(dpy_, shell);
     Pump();
   }
   // The colour of the window pixel at the centre of the drawing area.
