@@ -12,6 +12,7 @@
 
 #include "files/batch_model.h"
 #include "imgproc/op_args.h"
+#include "default_settings.h"
 #include "test_util.h"
 
 namespace quilla {
@@ -21,11 +22,7 @@ using testutil::FileExists;
 using testutil::ReadFile;
 using testutil::TempDir;
 
-struct Settings {
-  SettingsRecord rec{};
-  Settings() { ReadSettingsFile(&rec, "/nonexistent/.quillarc"); }
-  ~Settings() { FreeFileTypes(&rec); }
-};
+using Settings = testutil::DefaultSettings;
 
 // Answers the questions from a script and records what was shown.
 class ScriptedUi : public BatchUi {

@@ -4,17 +4,13 @@
 #include <string>
 
 #include "files/load_model.h"
+#include "default_settings.h"
 #include "test_util.h"
 
 namespace quilla {
 namespace {
 
-// A settings record with every default, as a missing settings file gives.
-struct DefaultSettings {
-  SettingsRecord rec{};
-  DefaultSettings() { ReadSettingsFile(&rec, "/nonexistent/.quillarc"); }
-  ~DefaultSettings() { FreeFileTypes(&rec); }
-};
+using DefaultSettings = testutil::DefaultSettings;
 
 TEST(LoadRequest, SettingsReachTheParameters) {
   DefaultSettings s;

@@ -14,16 +14,13 @@
 #include <vector>
 
 #include "files/save_model.h"
+#include "default_settings.h"
 #include "test_util.h"
 
 namespace quilla {
 namespace {
 
-struct DefaultSettings {
-  SettingsRecord rec{};
-  DefaultSettings() { ReadSettingsFile(&rec, "/nonexistent/.quillarc"); }
-  ~DefaultSettings() { FreeFileTypes(&rec); }
-};
+using DefaultSettings = testutil::DefaultSettings;
 
 // A format description with the given capability entries.
 TslFormatInfo Caps(std::initializer_list<TslCapability> caps) {

@@ -10,16 +10,13 @@
 #include <string>
 
 #include "files/selector_model.h"
+#include "default_settings.h"
 #include "test_util.h"
 
 namespace quilla {
 namespace {
 
-struct DefaultSettings {
-  SettingsRecord rec{};
-  DefaultSettings() { ReadSettingsFile(&rec, "/nonexistent/.quillarc"); }
-  ~DefaultSettings() { FreeFileTypes(&rec); }
-};
+using DefaultSettings = testutil::DefaultSettings;
 
 // 2009-03-07 14:05 in UTC.
 time_t KnownTime() {
