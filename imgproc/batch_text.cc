@@ -1,5 +1,6 @@
 // Batch conversion texts.
 #include "imgproc/batch_text.h"
+#include "imgproc/op_args.h"
 
 #include <cctype>
 #include <cstdio>
@@ -33,7 +34,16 @@ std::string SaveScriptLine(const ScriptSettings &s) {
   if (s.delete_original) out += "-D ";
   if (!s.output.empty()) out += "-o " + s.output + " ";
   out += OpProcessListCommandLine(s.operations);
-  for (const std::string &in : s.inputs) out += in + " ";
+  // "Set DPI" is written without its values, and the reader takes two
+  // integers after it as the values: an input list that starts with two
+  // numeric names would be read as resolutions, so the first is written
+  // as "./name" (the same file).
+  const int last = s.operations.empty() ? -1 : s.operations.back().index;
+  const bool bare_dpi = last >= 0 && last < OpCatalogueCount() && OpCatalogue()[last].kind == kKindDpi;
+  for (size_t k = 0; k < s.inputs.size(); ++k) {
+    const bool numeric_pair = k == 0 && s.inputs.size() > 1 && IsIntegerWord(s.inputs[0]) && IsIntegerWord(s.inputs[1]);
+    out += (bare_dpi && numeric_pair ? "./" : "") + s.inputs[k] + " ";
+  }
   return out;
 }
 

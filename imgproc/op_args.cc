@@ -252,6 +252,11 @@ class RowParser {
 
 }  // namespace
 
+bool IsIntegerWord(const std::string &text) {
+  long v;
+  return ToInt(text, &v);
+}
+
 int ParseOperation(const std::vector<std::string> &args, size_t *pos, OpProcessList *list, std::string *error) {
   size_t i = *pos;
   Pending pending;

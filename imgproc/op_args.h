@@ -16,6 +16,10 @@ namespace quilla {
 // (*error says why).
 int ParseOperation(const std::vector<std::string> &args, size_t *pos, OpProcessList *list, std::string *error);
 
+// Whether the reader takes `text` as an integer value (the optional values
+// after "-dpi" are two such words).
+bool IsIntegerWord(const std::string &text);
+
 // Splits a command-line text at blanks (no quoting: the writers never quote).
 std::vector<std::string> SplitWords(const std::string &text);
 

@@ -260,8 +260,13 @@ TEST(Script, WriterOrderAndReaderRoundTrip) {
   EXPECT_EQ(SaveScriptLine(seq),
             "tesconv -size 64x32+16 -ctype bgr -corder seq -in raw -n 1 9 2 -out png -o /out/g##.png /in/f##.raw ");
 
+  // "Set DPI" is written without values: numeric input names after it must
+  // not be read back as resolutions.
+  ScriptSettings dpi = MultiScript({"10", "2"}, "/out", Fmt("png"), 0, Ops("-dpi"), s.rec);
+  EXPECT_NE(SaveScriptLine(dpi).find("-dpi ./10 2 "), std::string::npos) << SaveScriptLine(dpi);
+
   TempDir dir;
-  for (const ScriptSettings &script : {multi, seq}) {
+  for (const ScriptSettings &script : {multi, seq, dpi}) {
     ASSERT_TRUE(WriteScriptFile(dir.file("s.sh"), script));
     ScriptSettings back;
     std::string error;
