@@ -9,11 +9,15 @@
 
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <map>
 #include <string>
+#include <vector>
 
 #include "core/app_x.h"
+#include "files/load_x.h"
+#include "view/view_x.h"
 #include "tessel.h"
 
 namespace guitest {
@@ -29,6 +33,49 @@ inline void FocusWhenMapped(Display *dpy, Widget shell) {
   }
   XSetInputFocus(dpy, XtWindow(shell), RevertToPointerRoot, CurrentTime);
   XSync(dpy, False);
+}
+
+// Handles every pending event, `rounds` times after syncing with the server.
+inline void Pump(int rounds = 3) {
+  for (int r = 0; r < rounds; ++r) {
+    XSync(quilla::App().dpy, False);
+    while (XtAppPending(quilla::App().app)) XtAppProcessEvent(quilla::App().app, XtIMAll);
+  }
+}
+
+// Runs the event loop for `ms` milliseconds, time-outs included.
+inline void RunFor(int ms) {
+  const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
+  while (std::chrono::steady_clock::now() < end) {
+    XSync(quilla::App().dpy, False);
+    if (XtAppPending(quilla::App().app))
+      XtAppProcessEvent(quilla::App().app, XtIMAll);
+    else
+      usleep(2000);
+  }
+}
+
+// A key press and release sent to `win`.
+inline void SendKey(Display *dpy, Window win, KeySym sym, unsigned state = 0) {
+  for (int type : {KeyPress, KeyRelease}) {
+    XEvent ev{};
+    ev.xkey.type = type;
+    ev.xkey.display = dpy;
+    ev.xkey.window = win;
+    ev.xkey.root = DefaultRootWindow(dpy);
+    ev.xkey.state = state;
+    ev.xkey.keycode = XKeysymToKeycode(dpy, sym);
+    ev.xkey.same_screen = True;
+    XSendEvent(dpy, win, True, type == KeyPress ? KeyPressMask : KeyReleaseMask, &ev);
+  }
+}
+
+// Saves `pic` to `path` in the named format; false when it fails.
+inline bool SavePicture(const std::string &path, const TslPicture &pic, const char *format = "png") {
+  TslParams params;
+  tslDefaultParams(&params);
+  params.format = tslFormatGetIndex(format);
+  return tslSave(path.c_str(), &pic, &params) == 0;
 }
 
 // Sets the EXIF orientation of a file with exiftool; false when it fails.
@@ -50,10 +97,7 @@ inline bool WriteTurnedPicture(const std::string &path) {
       px[0] = x < 20 ? 255 : 0;
       px[2] = x < 20 ? 0 : 255;
     }
-  TslParams params;
-  tslDefaultParams(&params);
-  params.format = tslFormatGetIndex("png");
-  const bool saved = tslSave(path.c_str(), &p, &params) == 0;
+  const bool saved = SavePicture(path, p);
   tslFree(&p);
   return saved && SetExifOrientation(path, 6);
 }
@@ -134,6 +178,42 @@ inline std::string LabelText(Widget root, const char *name) {
   XmStringFree(s);
   return out;
 }
+
+// Closes every open view; modified pictures are closed without saving.
+inline void CloseAllViews() {
+  quilla::DialogHook old = quilla::SetDialogHook([](Widget box) {
+    if (box == quilla::ShownConfirm())
+      XtCallCallbacks(XtNameToWidget(box, "*buttonCancel"), XmNactivateCallback, nullptr);
+  });
+  while (Widget s = quilla::ViewShellAt(0)) quilla::RunViewCommand(s, "close");
+  quilla::SetDialogHook(old);
+  Pump();
+}
+
+// While it lives, every message box is answered with OK and its text kept
+// in Texts().
+class AnswerMessageBoxes {
+ public:
+  AnswerMessageBoxes() {
+    Texts().clear();
+    old_ = quilla::SetDialogHook(&Answer);
+  }
+  ~AnswerMessageBoxes() { quilla::SetDialogHook(old_); }
+  AnswerMessageBoxes(const AnswerMessageBoxes &) = delete;
+  AnswerMessageBoxes &operator=(const AnswerMessageBoxes &) = delete;
+  static std::vector<std::string> &Texts() {
+    static std::vector<std::string> texts;
+    return texts;
+  }
+
+ private:
+  static void Answer(Widget box) {
+    if (box != quilla::ShownMessageBox()) return;
+    Texts().push_back(LabelText(box, "*labelMessage"));
+    if (Widget ok = XtNameToWidget(box, "*buttonOK")) XtCallCallbacks(ok, XmNactivateCallback, nullptr);
+  }
+  quilla::DialogHook old_ = nullptr;
+};
 
 }  // namespace guitest
 
