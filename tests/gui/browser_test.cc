@@ -43,6 +43,7 @@ namespace {
 
 using namespace quilla;
 using namespace testutil;
+using guitest::Pump;
 
 // One HOME for the whole program: the thumbnail cache lives under it and is
 // made once per process.
@@ -84,12 +85,6 @@ class BrowserTest : public ::testing::Test {
     while (Widget s = ViewShellAt(0)) RunViewCommand(s, "close");
     Pump();
   }
-  void Pump() {
-    for (int r = 0; r < 3; ++r) {
-      XSync(dpy_, False);
-      while (XtAppPending(App().app)) XtAppProcessEvent(App().app, XtIMAll);
-    }
-  }
   // Runs the event loop (work procedures included) until `done` or 20 s.
   template <typename F>
   bool RunUntil(F done) {
@@ -117,18 +112,14 @@ class BrowserTest : public ::testing::Test {
     const std::string d = dir_.file(name);
     mkdir(d.c_str(), 0755);
     mkdir((d + "/sub").c_str(), 0755);
-    TslPicture red = MakePicture(TSL_RGB, 60, 40);
-    for (uint32_t y = 0; y < red.height; ++y)
-      for (uint32_t x = 0; x < red.width; ++x) {
-        uint8_t *p = red.pixels + y * red.bytes_per_line + x * 3;
+    Pic red(MakePicture(TSL_RGB, 60, 40));
+    for (uint32_t y = 0; y < red->height; ++y)
+      for (uint32_t x = 0; x < red->width; ++x) {
+        uint8_t *p = red->pixels + y * red->bytes_per_line + x * 3;
         p[0] = 255, p[1] = 0, p[2] = 0;
       }
-    TslParams params;
-    tslDefaultParams(&params);
-    params.format = tslFormatFromExtension("x.png");
-    EXPECT_EQ(tslSave((d + "/b.png").c_str(), &red, &params), TSL_OK);
-    EXPECT_EQ(tslSave((d + "/a.png").c_str(), &red, &params), TSL_OK);
-    tslFree(&red);
+    EXPECT_TRUE(guitest::SavePicture(d + "/b.png", red));
+    EXPECT_TRUE(guitest::SavePicture(d + "/a.png", red));
     WriteFile(d + "/c.txt", "not a picture\n");
     return d;
   }
@@ -551,17 +542,15 @@ std::string FindTitle(Display *dpy, const std::string &prefix) {
   return found;
 }
 
-// Runs the program with `args` and a settings file holding `settings`, and
-// returns the browser's title once it shows ("" when it never does).
-std::string BrowserTitleOfRun(const std::vector<std::string> &args, const std::string &settings, int *views = nullptr) {
-  const char *display = std::getenv("QUILLA_TEST_DISPLAY");
-  TempDir home;
-  WriteFile(home.file("rc"), settings);
+// Starts the program in `home` on the first test server with `args` and
+// the settings file home/rc.
+pid_t StartProgram(const TempDir &home, const std::vector<std::string> &args, bool exit_after_thumbnails = false) {
   const pid_t pid = fork();
   if (pid == 0) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     setenv("HOME", home.path().c_str(), 1);
-    setenv("DISPLAY", display, 1);
+    setenv("DISPLAY", std::getenv("QUILLA_TEST_DISPLAY"), 1);
+    if (exit_after_thumbnails) setenv("QUILLA_EXIT_AFTER_THUMBNAILS", "1", 1);
     if (chdir(home.path().c_str()) != 0) _exit(126);
     freopen("/dev/null", "w", stdout);
     std::vector<char *> argv = {const_cast<char *>(QUILLA_BINARY_DIR "/quilla"), const_cast<char *>("-ini"),
@@ -571,6 +560,16 @@ std::string BrowserTitleOfRun(const std::vector<std::string> &args, const std::s
     execv(argv[0], argv.data());
     _exit(127);
   }
+  return pid;
+}
+
+// Runs the program with `args` and a settings file holding `settings`, and
+// returns the browser's title once it shows ("" when it never does).
+std::string BrowserTitleOfRun(const std::vector<std::string> &args, const std::string &settings, int *views = nullptr) {
+  const char *display = std::getenv("QUILLA_TEST_DISPLAY");
+  TempDir home;
+  WriteFile(home.file("rc"), settings);
+  const pid_t pid = StartProgram(home, args);
   Display *dpy = XOpenDisplay(display);
   std::string title;
   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(15);
@@ -619,13 +618,9 @@ TEST(BrowserProgram, OpensWhereTheCommandLineAndTheSettingsSay) {
   EXPECT_EQ(BrowserTitleOfRun({}, "Start.LaunchBrowserAtStartup = True\nPathBrowse = " + b + "/\n"),
             "Quilla Browser - " + b + "/");
   // A directory and two pictures: the browser there and one view on both.
-  TslPicture p = MakePicture(TSL_RGB, 20, 20);
-  TslParams params;
-  tslDefaultParams(&params);
-  params.format = tslFormatFromExtension("x.png");
-  ASSERT_EQ(tslSave(place.file("1.png").c_str(), &p, &params), TSL_OK);
-  ASSERT_EQ(tslSave(place.file("2.png").c_str(), &p, &params), TSL_OK);
-  tslFree(&p);
+  Pic p(MakePicture(TSL_RGB, 20, 20));
+  ASSERT_TRUE(guitest::SavePicture(place.file("1.png"), p));
+  ASSERT_TRUE(guitest::SavePicture(place.file("2.png"), p));
   int views = 0;
   EXPECT_EQ(BrowserTitleOfRun({place.file("1.png"), a, place.file("2.png")}, "", &views),
             "Quilla Browser - " + a + "/");
@@ -641,25 +636,10 @@ TEST(BrowserProgram, QuitsAfterItsThumbnailsWithTheCacheOnDisk) {
   TempDir home;
   const std::string pics = home.file("pics");
   mkdir(pics.c_str(), 0755);
-  TslPicture p = MakePicture(TSL_RGB, 120, 90);
-  TslParams params;
-  tslDefaultParams(&params);
-  params.format = tslFormatFromExtension("x.png");
-  for (int i = 0; i < 5; ++i)
-    ASSERT_EQ(tslSave((pics + "/p" + std::to_string(i) + ".png").c_str(), &p, &params), TSL_OK);
-  tslFree(&p);
+  Pic p(MakePicture(TSL_RGB, 120, 90));
+  for (int i = 0; i < 5; ++i) ASSERT_TRUE(guitest::SavePicture(pics + "/p" + std::to_string(i) + ".png", p));
   WriteFile(home.file("rc"), "Cache.IsActive = True\n");
-  const pid_t pid = fork();
-  if (pid == 0) {
-    prctl(PR_SET_PDEATHSIG, SIGKILL);
-    setenv("HOME", home.path().c_str(), 1);
-    setenv("DISPLAY", display, 1);
-    setenv("QUILLA_EXIT_AFTER_THUMBNAILS", "1", 1);
-    freopen("/dev/null", "w", stdout);
-    execl(QUILLA_BINARY_DIR "/quilla", "quilla", "-ini", home.file("rc").c_str(), pics.c_str(),
-          static_cast<char *>(nullptr));
-    _exit(127);
-  }
+  const pid_t pid = StartProgram(home, {pics}, true);
   int status = -1;
   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
   while (waitpid(pid, &status, WNOHANG) == 0) {

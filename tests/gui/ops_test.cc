@@ -39,6 +39,7 @@
 namespace {
 
 using namespace quilla;
+using guitest::Pump;
 
 // What the test does when a dialog of the operations is up.
 std::function<void(Widget)> g_step;
@@ -65,28 +66,14 @@ class OpsTest : public ::testing::Test {
   void TearDown() override {
     g_step = nullptr;
     SetOpDialogHook(nullptr);
-    if (!dpy_) return;
-    DialogHook old = SetDialogHook([](Widget box) {
-      if (box == ShownConfirm()) XtCallCallbacks(XtNameToWidget(box, "*buttonCancel"), XmNactivateCallback, nullptr);
-    });
-    while (Widget s = ViewShellAt(0)) RunViewCommand(s, "close");
-    SetDialogHook(old);
-    Pump();
-  }
-  void Pump() {
-    for (int r = 0; r < 3; ++r) {
-      XSync(dpy_, False);
-      while (XtAppPending(App().app)) XtAppProcessEvent(App().app, XtIMAll);
-    }
+    if (dpy_) guitest::CloseAllViews();
   }
   Widget OpenPicture(int model, int w, int h) {
-    TslPicture p = testutil::MakePicture(model, w, h, 5);
-    TslParams params;
-    tslDefaultParams(&params);
-    params.format = tslFormatGetIndex("png");
+    return OpenFile(testutil::Pic(testutil::MakePicture(model, w, h, 5)));
+  }
+  Widget OpenFile(const TslPicture &p) {
     const std::string path = dir_.file("p.png");
-    EXPECT_EQ(tslSave(path.c_str(), &p, &params), 0);
-    tslFree(&p);
+    EXPECT_TRUE(guitest::SavePicture(path, p));
     Widget shell = OpenViewOnFile(App().shell, path.c_str(), 0);
     Pump();
     return shell;
@@ -96,8 +83,9 @@ class OpsTest : public ::testing::Test {
     EXPECT_TRUE(GetViewState(shell, &s));
     return s;
   }
-  TslPicture Copy(Widget shell) {
-    TslPicture c{};
+  // A copy of the view's picture (empty when there is none).
+  testutil::Pic Copy(Widget shell) {
+    testutil::Pic c;
     const TslPicture *p = ViewCurrentPicture(shell);
     EXPECT_NE(p, nullptr);
     if (p) {
@@ -105,20 +93,15 @@ class OpsTest : public ::testing::Test {
     }
     return c;
   }
-  // A key sent to a window (the view's drawing area, a dialog's focus).
-  void SendKey(Window win, KeySym sym, unsigned state = 0) {
-    XKeyEvent ev{};
-    ev.type = KeyPress;
-    ev.display = dpy_;
-    ev.window = win;
-    ev.root = DefaultRootWindow(dpy_);
-    ev.state = state;
-    ev.keycode = XKeysymToKeycode(dpy_, sym);
-    ev.same_screen = True;
-    XSendEvent(dpy_, win, True, KeyPressMask, reinterpret_cast<XEvent *>(&ev));
-    ev.type = KeyRelease;
-    XSendEvent(dpy_, win, True, KeyReleaseMask, reinterpret_cast<XEvent *>(&ev));
+  // `original` with `op` applied, as the view should show it.
+  template <typename Op>
+  testutil::Pic Applied(const testutil::Pic &original, Op op) {
+    testutil::Pic out = original.clone();
+    EXPECT_EQ(op(&out), 0);
+    return out;
   }
+  // A key sent to a window (the view's drawing area, a dialog's focus).
+  void SendKey(Window win, KeySym sym, unsigned state = 0) { guitest::SendKey(dpy_, win, sym, state); }
   void ViewKey(Widget shell, KeySym sym, unsigned state = 0) {
     SendKey(XtWindow(State(shell).drawing_area), sym, state);
     Pump();
@@ -196,12 +179,6 @@ TEST_F(OpsTest, MenusReachEveryOperationAndEveryEntryRunsOne) {
   Open("QUILLA_TEST_DISPLAY");
   Widget shell = OpenPicture(TSL_RGB, 80, 60);
   ASSERT_NE(shell, nullptr);
-  for (int sub = 0; sub < kOpSubmenuCount; ++sub)
-    EXPECT_NE(XtNameToWidget(shell, (std::string("*") + kOpSubmenus[sub].name).c_str()), nullptr)
-        << kOpSubmenus[sub].name;
-  for (const char *n : {"*MenuImage", "*MenuFilter", "*crop", "*resize", "*autoCrop", "*advancedOperations",
-                        "*userFilter"})
-    EXPECT_NE(XtNameToWidget(shell, n), nullptr) << n;
   EXPECT_TRUE(XtIsSensitive(XtNameToWidget(shell, "*MenuEdit.crop")));
   EXPECT_TRUE(XtIsSensitive(XtNameToWidget(shell, "*MenuEdit.resize")));
   // Every catalogue row has a sensitive entry somewhere in the menus.
@@ -215,13 +192,13 @@ TEST_F(OpsTest, MenusReachEveryOperationAndEveryEntryRunsOne) {
       }
   EXPECT_EQ(static_cast<int>(rows.size()), OpCatalogueCount());
   // An entry without parameters runs at once: Negative twice is the picture.
-  TslPicture before = Copy(shell);
+  testutil::Pic before = Copy(shell);
   Menu(shell, "opNegate");
   EXPECT_TRUE(State(shell).modified);
-  TslPicture once = Copy(shell);
+  testutil::Pic once = Copy(shell);
   EXPECT_FALSE(testutil::SamePixels(before, once));
   Menu(shell, "opNegate");
-  TslPicture twice = Copy(shell);
+  testutil::Pic twice = Copy(shell);
   EXPECT_TRUE(testutil::SamePixels(before, twice));
   EXPECT_TRUE(g_seen.empty());
   // A choice entry runs with the menu's dithering: 16 grey levels.
@@ -239,19 +216,18 @@ TEST_F(OpsTest, MenusReachEveryOperationAndEveryEntryRunsOne) {
   }
   EXPECT_LE(levels.size(), 16u);
   EXPECT_GT(levels.size(), 2u);
-  for (TslPicture *p : {&before, &once, &twice}) tslFree(p);
 }
 
 TEST_F(OpsTest, ParameterDialogReturnAppliesEscapeCancelsUndoRestores) {
   Open("QUILLA_TEST_DISPLAY");
   Widget shell = OpenPicture(TSL_RGB, 90, 70);
   ASSERT_NE(shell, nullptr);
-  TslPicture original = Copy(shell);
+  testutil::Pic original = Copy(shell);
   // Escape: the picture stays as it was, not modified.
   g_step = [this](Widget d) { Type(d, "99", XK_Escape); };
   Menu(shell, "opBrightness");
   ASSERT_EQ(g_seen, std::vector<std::string>{"QuillParameters"});
-  TslPicture after_cancel = Copy(shell);
+  testutil::Pic after_cancel = Copy(shell);
   EXPECT_TRUE(testutil::SamePixels(original, after_cancel));
   EXPECT_FALSE(State(shell).modified);
   // Return: the keyboard starts in the value's field; the typed value is
@@ -264,10 +240,8 @@ TEST_F(OpsTest, ParameterDialogReturnAppliesEscapeCancelsUndoRestores) {
   };
   Menu(shell, "opBrightness");
   EXPECT_EQ(focus, "textValue0");
-  TslPicture expected{};
-  ASSERT_EQ(tslCopyPicture(&expected, &original), 0);
-  ASSERT_EQ(Brightness(&expected, nullptr, nullptr, -60), 0);
-  TslPicture shown = Copy(shell);
+  testutil::Pic expected = Applied(original, [](TslPicture *p) { return Brightness(p, nullptr, nullptr, -60); });
+  testutil::Pic shown = Copy(shell);
   EXPECT_TRUE(testutil::SamePixels(expected, shown));
   EXPECT_TRUE(State(shell).modified);
   EXPECT_EQ(Settings().Process.LastValue[5], -60);
@@ -283,30 +257,22 @@ TEST_F(OpsTest, ParameterDialogReturnAppliesEscapeCancelsUndoRestores) {
   EXPECT_EQ(remembered, "-60");
   // Ctrl+Z: back to the original.
   ViewKey(shell, XK_z, ControlMask);
-  TslPicture undone = Copy(shell);
+  testutil::Pic undone = Copy(shell);
   EXPECT_TRUE(testutil::SamePixels(original, undone));
   EXPECT_FALSE(State(shell).modified);
-  for (TslPicture *p : {&original, &after_cancel, &expected, &shown, &undone}) tslFree(p);
 }
 
 TEST_F(OpsTest, RefusedOperationIsExplainedAndChangesNothing) {
   Open("QUILLA_TEST_DISPLAY");
   Widget shell = OpenPicture(TSL_BINARY, 40, 30);
   ASSERT_NE(shell, nullptr);
-  static std::string message;
-  DialogHook old = SetDialogHook([](Widget box) {
-    message = guitest::LabelText(box, "*labelMessage");
-    XtCallCallbacks(XtNameToWidget(box, "*buttonOK"), XmNactivateCallback, nullptr);
-  });
-  TslPicture before = Copy(shell);
+  guitest::AnswerMessageBoxes boxes;
+  testutil::Pic before = Copy(shell);
   Menu(shell, "opEdetail");
-  SetDialogHook(old);
-  EXPECT_EQ(message, OpStatusText(17));
-  TslPicture after = Copy(shell);
+  EXPECT_EQ(boxes.Texts(), std::vector<std::string>{OpStatusText(17)});
+  testutil::Pic after = Copy(shell);
   EXPECT_TRUE(testutil::SamePixels(before, after));
   EXPECT_FALSE(State(shell).modified);
-  tslFree(&before);
-  tslFree(&after);
 }
 
 TEST_F(OpsTest, CropToTheRectangleDrawnAtTwoZooms) {
@@ -314,7 +280,7 @@ TEST_F(OpsTest, CropToTheRectangleDrawnAtTwoZooms) {
   Widget shell = OpenPicture(TSL_RGB, 120, 90);
   ASSERT_NE(shell, nullptr);
   ASSERT_DOUBLE_EQ(State(shell).zoom, 100.0);
-  TslPicture original = Copy(shell);
+  testutil::Pic original = Copy(shell);
   DrawSelection(shell, 10, 20, 60, 50);
   EXPECT_NE(Label(shell).find("Selection 50x30 at 10,20"), std::string::npos) << Label(shell);
   OpRect sel{};
@@ -324,7 +290,7 @@ TEST_F(OpsTest, CropToTheRectangleDrawnAtTwoZooms) {
   ViewState s = State(shell);
   ASSERT_EQ(s.width, 50u);
   ASSERT_EQ(s.height, 30u);
-  TslPicture cropped = Copy(shell);
+  testutil::Pic cropped = Copy(shell);
   EXPECT_TRUE(SameRegion(original, 10, 20, cropped));
   EXPECT_FALSE(ViewGetSelection(shell, &sel));  // the selection went with the crop
   EXPECT_EQ(Label(shell).find("Selection"), std::string::npos);
@@ -345,8 +311,8 @@ TEST_F(OpsTest, CropToTheRectangleDrawnAtTwoZooms) {
   EXPECT_EQ(sel.width, 30);
   EXPECT_EQ(sel.height, 30);
   ViewKey(shell, XK_y, ControlMask);
-  TslPicture cropped2 = Copy(shell);
-  ASSERT_EQ(cropped2.width, 30u);
+  testutil::Pic cropped2 = Copy(shell);
+  ASSERT_EQ(cropped2->width, 30u);
   EXPECT_TRUE(SameRegion(original, 7, 3, cropped2));
   // A click without a drag takes the selection away.
   ViewKey(shell, XK_z, ControlMask);
@@ -356,7 +322,6 @@ TEST_F(OpsTest, CropToTheRectangleDrawnAtTwoZooms) {
   Mouse(shell, ButtonPress, z.org_x + 40, z.org_y + 40);
   Mouse(shell, ButtonRelease, z.org_x + 40, z.org_y + 40);
   EXPECT_FALSE(ViewGetSelection(shell, &sel));
-  for (TslPicture *p : {&original, &cropped, &cropped2}) tslFree(p);
 }
 
 TEST_F(OpsTest, CropWithoutSelectionAsksForTheRectangle) {
@@ -378,37 +343,25 @@ TEST_F(OpsTest, CropWithoutSelectionAsksForTheRectangle) {
 
 TEST_F(OpsTest, AutoCropTrimsTheBackgroundBorderOrSaysNothingIsLeft) {
   Open("QUILLA_TEST_DISPLAY");
-  TslPicture p = testutil::MakePicture(TSL_RGB, 40, 30);
+  testutil::Pic p(testutil::MakePicture(TSL_RGB, 40, 30));
   for (uint32_t y = 0; y < 30; ++y)
     for (uint32_t x = 0; x < 40; ++x) {
       const bool inside = x >= 6 && x < 31 && y >= 4 && y < 20;
-      std::memset(p.pixels + y * p.bytes_per_line + x * 3, inside ? 0x20 : 0xF8, 3);
+      std::memset(p->pixels + y * p->bytes_per_line + x * 3, inside ? 0x20 : 0xF8, 3);
     }
-  TslParams params;
-  tslDefaultParams(&params);
-  params.format = tslFormatGetIndex("png");
-  const std::string path = dir_.file("border.png");
-  ASSERT_EQ(tslSave(path.c_str(), &p, &params), 0);
-  tslFree(&p);
-  Widget shell = OpenViewOnFile(App().shell, path.c_str(), 0);
+  Widget shell = OpenFile(p);
   ASSERT_NE(shell, nullptr);
-  Pump();
   Settings().AutoCrop.BackColor = 0xFFFFFF;
   Settings().AutoCrop.Tolerance = 8;
   Menu(shell, "autoCrop");
   EXPECT_EQ(State(shell).width, 25u);
   EXPECT_EQ(State(shell).height, 16u);
   // What is left is all of one colour: a background that matches it leaves nothing.
-  static std::string message;
-  message.clear();
-  DialogHook old = SetDialogHook([](Widget box) {
-    message = guitest::LabelText(box, "*labelMessage");
-    XtCallCallbacks(XtNameToWidget(box, "*buttonOK"), XmNactivateCallback, nullptr);
-  });
+  guitest::AnswerMessageBoxes boxes;
   Settings().AutoCrop.BackColor = 0x202020;
   Menu(shell, "autoCrop");
-  SetDialogHook(old);
-  EXPECT_NE(message.find("nothing would be left"), std::string::npos) << message;
+  ASSERT_EQ(boxes.Texts().size(), 1u);
+  EXPECT_NE(boxes.Texts()[0].find("nothing would be left"), std::string::npos) << boxes.Texts()[0];
   EXPECT_EQ(State(shell).width, 25u);
 }
 
@@ -459,7 +412,7 @@ TEST_F(OpsTest, AdvancedOperationsListIsBuiltAppliedAndKept) {
   Open("QUILLA_TEST_DISPLAY");
   Widget shell = OpenPicture(TSL_RGB, 50, 40);
   ASSERT_NE(shell, nullptr);
-  TslPicture original = Copy(shell);
+  testutil::Pic original = Copy(shell);
   std::string command;
   int items = 0;
   g_step = [&](Widget d) {
@@ -483,13 +436,11 @@ TEST_F(OpsTest, AdvancedOperationsListIsBuiltAppliedAndKept) {
   EXPECT_EQ(g_seen, std::vector<std::string>{"QuillOp"});
   EXPECT_EQ(items, 2);
   EXPECT_EQ(command, "-negate -posterize 2 ");
-  TslPicture expected{};
-  ASSERT_EQ(tslCopyPicture(&expected, &original), 0);
   OpProcessList list = {OpDefaultProcess(OpCatalogueFind("-negate", nullptr)),
                         OpDefaultProcess(OpCatalogueFind("-posterize", nullptr))};
   list[1].params.i[0] = 2;
-  ASSERT_EQ(OpRunProcessList(&expected, list), 0);
-  TslPicture shown = Copy(shell);
+  testutil::Pic expected = Applied(original, [&](TslPicture *p) { return OpRunProcessList(p, list); });
+  testutil::Pic shown = Copy(shell);
   EXPECT_TRUE(testutil::SamePixels(expected, shown));
   // The list stays for the next time; Escape leaves it as it was.
   int again = 0;
@@ -506,7 +457,6 @@ TEST_F(OpsTest, AdvancedOperationsListIsBuiltAppliedAndKept) {
   };
   Menu(shell, "advancedOperations");
   EXPECT_EQ(again, 2);
-  for (TslPicture *p : {&original, &expected, &shown}) tslFree(p);
 }
 
 TEST_F(OpsTest, UserFiltersApplyAndAreSavedOnlyWhenChanged) {
@@ -523,7 +473,7 @@ TEST_F(OpsTest, UserFiltersApplyAndAreSavedOnlyWhenChanged) {
   setenv("HOME", home.c_str(), 1);
   Widget shell = OpenPicture(TSL_RGB, 40, 30);
   ASSERT_NE(shell, nullptr);
-  TslPicture original = Copy(shell);
+  testutil::Pic original = Copy(shell);
   std::string focus, name;
   int count = 0;
   g_step = [&](Widget d) {
@@ -542,10 +492,8 @@ TEST_F(OpsTest, UserFiltersApplyAndAreSavedOnlyWhenChanged) {
   EXPECT_EQ(name, "Sharpen");
   UserFilter f;
   ASSERT_TRUE(ParseUserFilterLine("Sharpen | 3 0 0 | -1x4 12 -1x4", &f));
-  TslPicture expected{};
-  ASSERT_EQ(tslCopyPicture(&expected, &original), 0);
-  ASSERT_EQ(ApplyUserFilter(&expected, nullptr, nullptr, f), 0);
-  TslPicture shown = Copy(shell);
+  testutil::Pic expected = Applied(original, [&](TslPicture *p) { return ApplyUserFilter(p, nullptr, nullptr, f); });
+  testutil::Pic shown = Copy(shell);
   EXPECT_TRUE(testutil::SamePixels(expected, shown));
   auto read = [&] {
     std::ifstream in(file);
@@ -579,26 +527,22 @@ TEST_F(OpsTest, UserFiltersApplyAndAreSavedOnlyWhenChanged) {
   }
   EXPECT_EQ(read(), std::string(kUserFilterHeader) + "Box | 3 9 0 | 1x9 \nSharpen  | 3 1 0 | -1x4 12 -1x4 \n");
   if (old_home) setenv("HOME", saved_home.c_str(), 1);
-  for (TslPicture *p : {&original, &expected, &shown}) tslFree(p);
 }
 
 TEST_F(OpsTest, EightBitScreenRunsTheSameDialogs) {
   Open("QUILLA_TEST_DISPLAY8");
   Widget shell = OpenPicture(TSL_INDEXED, 60, 40);
   ASSERT_NE(shell, nullptr);
-  TslPicture original = Copy(shell);
+  testutil::Pic original = Copy(shell);
   g_step = [this](Widget d) { Type(d, "30", XK_Return); };
   Menu(shell, "opBrightness");
-  TslPicture expected{};
-  ASSERT_EQ(tslCopyPicture(&expected, &original), 0);
-  ASSERT_EQ(Brightness(&expected, nullptr, nullptr, 30), 0);
-  TslPicture shown = Copy(shell);
+  testutil::Pic expected = Applied(original, [](TslPicture *p) { return Brightness(p, nullptr, nullptr, 30); });
+  testutil::Pic shown = Copy(shell);
   EXPECT_TRUE(testutil::SamePixels(expected, shown));
   DrawSelection(shell, 2, 2, 22, 12);
   ViewKey(shell, XK_y, ControlMask);
   EXPECT_EQ(State(shell).width, 20u);
   EXPECT_EQ(State(shell).height, 10u);
-  for (TslPicture *p : {&original, &expected, &shown}) tslFree(p);
 }
 
 }  // namespace
