@@ -49,17 +49,7 @@ class OptionsTest : public ::testing::Test {
     Widget focus = XmGetFocusWidget(shell);
     ASSERT_NE(focus, nullptr) << XtName(shell);
     while (!XtIsWidget(focus)) focus = XtParent(focus);  // gadgets take keys through their parent
-    XKeyEvent ev{};
-    ev.type = KeyPress;
-    ev.display = dpy_;
-    ev.window = XtWindow(focus);
-    ev.root = DefaultRootWindow(dpy_);
-    ev.state = state;
-    ev.keycode = XKeysymToKeycode(dpy_, sym);
-    ev.same_screen = True;
-    XSendEvent(dpy_, ev.window, True, KeyPressMask, reinterpret_cast<XEvent *>(&ev));
-    ev.type = KeyRelease;
-    XSendEvent(dpy_, ev.window, True, KeyReleaseMask, reinterpret_cast<XEvent *>(&ev));
+    guitest::SendKey(dpy_, XtWindow(focus), sym, state);
     Pump();
   }
   // Lower-case letters, digits, blanks and dots.
@@ -76,12 +66,7 @@ class OptionsTest : public ::testing::Test {
     for (int n = XmTextFieldGetLastPosition(f); n >= 0; --n) Key(shell, XK_BackSpace);
     Type(shell, text);
   }
-  void Pump() {
-    for (int r = 0; r < 3; ++r) {
-      XSync(dpy_, False);
-      while (XtAppPending(App().app)) XtAppProcessEvent(App().app, XtIMAll);
-    }
-  }
+  void Pump() { guitest::Pump(); }
 
  protected:
   void Open(const char *env) {
@@ -94,12 +79,7 @@ class OptionsTest : public ::testing::Test {
   void TearDown() override {
     if (!dpy_) return;
     if (Widget s = ShownOptions()) XtDestroyWidget(s);
-    DialogHook old = SetDialogHook([](Widget box) {
-      if (box == ShownConfirm()) XtCallCallbacks(XtNameToWidget(box, "*buttonCancel"), XmNactivateCallback, nullptr);
-    });
-    while (Widget s = ViewShellAt(0)) RunViewCommand(s, "close");
-    SetDialogHook(old);
-    Pump();
+    guitest::CloseAllViews();
     FreeFileTypes(&Settings());
   }
   // The pop-up child `name` of `parent` (a view's or the application's
@@ -107,6 +87,12 @@ class OptionsTest : public ::testing::Test {
   Widget Dialog(Widget parent, const char *name) {
     Widget w = XtNameToWidget(parent, name);
     return w && !w->core.being_destroyed ? w : nullptr;
+  }
+  // Runs the view command `word` and returns the dialog `name` it shows.
+  Widget Command(Widget view, const char *word, const char *name) {
+    RunViewCommand(view, word);
+    Pump();
+    return Dialog(view, name);
   }
   std::string FocusName(Widget shell) {
     Widget f = XmGetFocusWidget(shell);
@@ -126,13 +112,8 @@ class OptionsTest : public ::testing::Test {
     return shell;
   }
   std::string Png(const char *name, int w, int h) {
-    TslPicture p = testutil::MakePicture(TSL_RGB, w, h, 7);
-    TslParams params;
-    tslDefaultParams(&params);
-    params.format = tslFormatGetIndex("png");
     const std::string path = dir_.file(name);
-    EXPECT_EQ(tslSave(path.c_str(), &p, &params), 0);
-    tslFree(&p);
+    EXPECT_TRUE(guitest::SavePicture(path, testutil::Pic(testutil::MakePicture(TSL_RGB, w, h, 7))));
     return path;
   }
 
@@ -153,9 +134,6 @@ TEST_F(OptionsTest, TypedValueIsKeptThroughTheSettingsFileAndEscapeDiscards) {
     Widget shell = ShownOptions();
     ASSERT_NE(shell, nullptr);
     EXPECT_STREQ(XtName(shell), "QuillOption");
-    for (const char *page : {"*PStart", "*PSave", "*PFileTypes", "*PCache", "*PCache*tbCache",
-                             "*PCache*optionMenuCache", "*PCache*scrolledList", "*PFileTypes*scrolledList"})
-      EXPECT_NE(XtNameToWidget(shell, page), nullptr) << page;
     EXPECT_EQ(FocusName(shell), "OptionStartXText");
     Retype(shell, "321");
     // A switch and a file type changed with the mouse, then Return for O.K.
@@ -267,18 +245,14 @@ TEST_F(OptionsTest, PropertiesShowTheSizeTextAndFormat) {
   std::snprintf(size, sizeof size, "%.2f Kb", st.st_size / 1024.0);
   Widget view = OpenView(path);
   ASSERT_NE(view, nullptr);
-  RunViewCommand(view, "properties");
-  Pump();
-  Widget box = Dialog(view, "QuillProperties");
+  Widget box = Command(view, "properties", "QuillProperties");
   ASSERT_NE(box, nullptr);
   EXPECT_EQ(guitest::LabelText(box, "*labelSize"), size);
   EXPECT_EQ(guitest::LabelText(box, "*labelFile"), path);
   EXPECT_EQ(guitest::LabelText(box, "*labelFormat").substr(0, 4), "png ");
   EXPECT_NE(guitest::LabelText(box, "*labelDimensions").find("300 x 200"), std::string::npos);
   // A second Ctrl+E brings the same dialog forward; Escape closes it.
-  RunViewCommand(view, "properties");
-  Pump();
-  EXPECT_EQ(Dialog(view, "QuillProperties"), box);
+  EXPECT_EQ(Command(view, "properties", "QuillProperties"), box);
   Key(box, XK_Escape);
   EXPECT_EQ(Dialog(view, "QuillProperties"), nullptr);
 }
@@ -290,9 +264,7 @@ TEST_F(OptionsTest, DescribeWritesTheDescriptionFile) {
   testutil::WriteFile(dir_.file(".description"), "other.png Kept as it was\n");
   Widget view = OpenView(path);
   ASSERT_NE(view, nullptr);
-  RunViewCommand(view, "describe");
-  Pump();
-  Widget box = Dialog(view, "quillDesc");
+  Widget box = Command(view, "describe", "quillDesc");
   ASSERT_NE(box, nullptr);
   EXPECT_EQ(FocusName(box), "textDesc");
   Retype(box, "a walk");
@@ -301,9 +273,7 @@ TEST_F(OptionsTest, DescribeWritesTheDescriptionFile) {
   EXPECT_EQ(testutil::ReadFile(dir_.file(".description")),
             "\"other.png\" Kept as it was\n\"my pic.png\" a walk\n");
   // Opened again it shows the text; Escape changes nothing.
-  RunViewCommand(view, "describe");
-  Pump();
-  box = Dialog(view, "quillDesc");
+  box = Command(view, "describe", "quillDesc");
   ASSERT_NE(box, nullptr);
   EXPECT_EQ(Field(box, "*textDesc"), "a walk");
   Retype(box, "lost");
@@ -311,9 +281,7 @@ TEST_F(OptionsTest, DescribeWritesTheDescriptionFile) {
   EXPECT_EQ(Dialog(view, "quillDesc"), nullptr);
   EXPECT_NE(testutil::ReadFile(dir_.file(".description")).find("a walk"), std::string::npos);
   // An emptied text removes the file's line.
-  RunViewCommand(view, "describe");
-  Pump();
-  box = Dialog(view, "quillDesc");
+  box = Command(view, "describe", "quillDesc");
   ASSERT_NE(box, nullptr);
   Retype(box, "");
   Key(box, XK_Return);
@@ -327,9 +295,7 @@ TEST_F(OptionsTest, DescriptionThatCannotBeWrittenSaysSoAndStaysOpen) {
   ::mkdir(dir_.file(".description").c_str(), 0755);  // in the way of the file
   Widget view = OpenView(path);
   ASSERT_NE(view, nullptr);
-  RunViewCommand(view, "describe");
-  Pump();
-  Widget box = Dialog(view, "quillDesc");
+  Widget box = Command(view, "describe", "quillDesc");
   ASSERT_NE(box, nullptr);
   Retype(box, "text");
   Key(box, XK_Return);
@@ -361,9 +327,7 @@ TEST_F(OptionsTest, PageNumberAndResolutionDialogs) {
   ASSERT_EQ(st.pages, 4);
 
   // A page outside the file keeps the dialog open; page 3 goes there.
-  RunViewCommand(view, "pageNumber");
-  Pump();
-  Widget box = Dialog(view, "QuillPage");
+  Widget box = Command(view, "pageNumber", "QuillPage");
   ASSERT_NE(box, nullptr);
   EXPECT_EQ(Field(box, "*textPage"), "1");
   Retype(box, "5");
@@ -379,9 +343,7 @@ TEST_F(OptionsTest, PageNumberAndResolutionDialogs) {
   EXPECT_EQ(st.width, 32u);
 
   // The resolution: Tab goes to the second field; O.K. marks the picture changed.
-  RunViewCommand(view, "changeDpi");
-  Pump();
-  box = Dialog(view, "QuillDpi");
+  box = Command(view, "changeDpi", "QuillDpi");
   ASSERT_NE(box, nullptr);
   EXPECT_EQ(FocusName(box), "textDpiX");
   Retype(box, "300");
