@@ -19,6 +19,7 @@
 #include "files/load_x.h"
 #include "view/view_x.h"
 #include "tessel.h"
+#include "test_util.h"
 
 namespace guitest {
 
@@ -76,6 +77,23 @@ inline bool SavePicture(const std::string &path, const TslPicture &pic, const ch
   tslDefaultParams(&params);
   params.format = tslFormatGetIndex(format);
   return tslSave(path.c_str(), &pic, &params) == 0;
+}
+
+// Writes `count` pages of `model` pictures to a file of `format`: page i is
+// (w + i * w_step) x h, its seed differs per page.  False when it fails.
+inline bool WritePages(const std::string &path, const char *format, int count, int model, uint32_t w, uint32_t h,
+                       uint32_t w_step = 0) {
+  TslParams params;
+  tslDefaultParams(&params);
+  TslFile *file = nullptr;
+  if (tslFileCreate(&file, path.c_str(), tslFormatGetIndex(format), count, &params) != 0) return false;
+  bool ok = true;
+  for (int i = 0; i < count; ++i) {
+    TslPicture p = testutil::MakePicture(model, w + i * w_step, h, 3 + i, 16);
+    ok = ok && tslFileAddPicture(file, &p, &params) == 0;
+    tslFree(&p);
+  }
+  return tslFileClose(file) == 0 && ok;
 }
 
 // Sets the EXIF orientation of a file with exiftool; false when it fails.

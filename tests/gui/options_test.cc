@@ -310,16 +310,7 @@ TEST_F(OptionsTest, PageNumberAndResolutionDialogs) {
   Open("QUILLA_TEST_DISPLAY8");
   if (IsSkipped() || HasFatalFailure()) return;
   const std::string path = dir_.file("pages.tif");
-  TslParams params;
-  tslDefaultParams(&params);
-  TslFile *file = nullptr;
-  ASSERT_EQ(tslFileCreate(&file, path.c_str(), tslFormatGetIndex("tiff"), 4, &params), 0);
-  for (int i = 0; i < 4; ++i) {
-    TslPicture p = testutil::MakePicture(TSL_RGB, 30 + i, 20, 3 + i);
-    ASSERT_EQ(tslFileAddPicture(file, &p, &params), 0);
-    tslFree(&p);
-  }
-  ASSERT_EQ(tslFileClose(file), 0);
+  ASSERT_TRUE(guitest::WritePages(path, "tiff", 4, TSL_RGB, 30, 20, 1));
   Widget view = OpenView(path);
   ASSERT_NE(view, nullptr);
   ViewState st;

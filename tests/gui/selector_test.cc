@@ -57,21 +57,13 @@ class SelectorTest : public ::testing::Test {
     if (!dpy_) return;
     Stop();
     SetSelectorHook(nullptr);
-    SetDialogHook([](Widget box) {
-      if (box == ShownConfirm()) XtCallCallbacks(XtNameToWidget(box, "*buttonCancel"), XmNactivateCallback, nullptr);
-    });
-    while (Widget s = ViewShellAt(0)) RunViewCommand(s, "close");
     SetDialogHook(nullptr);
+    guitest::CloseAllViews();
     if (Widget f = ShownFormatList()) XtDestroyWidget(f);
     Pump();
     g_test = nullptr;
   }
-  void Pump(int rounds = 3) {
-    for (int r = 0; r < rounds; ++r) {
-      XSync(dpy_, False);
-      while (XtAppPending(App().app)) XtAppProcessEvent(App().app, XtIMAll);
-    }
-  }
+  void Pump(int rounds = 3) { guitest::Pump(rounds); }
 
   // ---- driving the dialogs
 
@@ -174,13 +166,8 @@ class SelectorTest : public ::testing::Test {
   }
 
   std::string Picture(const std::string &name, int model = TSL_RGB, const char *format = "png") {
-    TslPicture p = testutil::MakePicture(model, 24, 16, 3);
-    TslParams params;
-    tslDefaultParams(&params);
-    params.format = tslFormatGetIndex(format);
     const std::string path = dir_.file(name);
-    EXPECT_EQ(tslSave(path.c_str(), &p, &params), 0);
-    tslFree(&p);
+    EXPECT_TRUE(guitest::SavePicture(path, testutil::Pic(testutil::MakePicture(model, 24, 16, 3)), format));
     return path;
   }
 
@@ -444,16 +431,7 @@ TEST_F(SelectorTest, DirectoryModeAcceptsTheDirectoryAndSeveralFilesOpenAsAList)
 TEST_F(SelectorTest, ExtractIntoWritesThePagesWhereChosen) {
   Open("QUILLA_TEST_DISPLAY");
   const std::string path = dir_.file("pages.gif");
-  TslParams params;
-  tslDefaultParams(&params);
-  TslFile *file = nullptr;
-  ASSERT_EQ(tslFileCreate(&file, path.c_str(), tslFormatGetIndex("gif"), 2, &params), 0);
-  for (int i = 0; i < 2; ++i) {
-    TslPicture p = testutil::MakePicture(TSL_INDEXED, 20, 10, 5 + i, 16);
-    ASSERT_EQ(tslFileAddPicture(file, &p, &params), 0);
-    tslFree(&p);
-  }
-  ASSERT_EQ(tslFileClose(file), 0);
+  ASSERT_TRUE(guitest::WritePages(path, "gif", 2, TSL_INDEXED, 20, 10));
   ::mkdir(dir_.file("out").c_str(), 0755);
   Settings().View.DisableAnimation = true;
   Widget view = OpenViewOnFile(App().shell, path.c_str(), 0);

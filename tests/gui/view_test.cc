@@ -329,16 +329,7 @@ TEST_F(ViewTest, OneViewWalksItsListWithSpaceAndPageKeys) {
 TEST_F(ViewTest, PagesAndAnimation) {
   Open("QUILLA_TEST_DISPLAY");
   const std::string path = dir_.file("anim.gif");
-  TslParams params;
-  tslDefaultParams(&params);
-  TslFile *file = nullptr;
-  ASSERT_EQ(tslFileCreate(&file, path.c_str(), tslFormatGetIndex("gif"), 3, &params), 0);
-  for (int i = 0; i < 3; ++i) {
-    TslPicture p = testutil::MakePicture(TSL_INDEXED, 40, 30, 3 + i, 16);
-    ASSERT_EQ(tslFileAddPicture(file, &p, &params), 0);
-    tslFree(&p);
-  }
-  ASSERT_EQ(tslFileClose(file), 0);
+  ASSERT_TRUE(guitest::WritePages(path, "gif", 3, TSL_INDEXED, 40, 30));
 
   Settings().View.DisableAnimation = true;
   Widget shell = OpenViewOnFile(App().shell, path.c_str(), 0);
