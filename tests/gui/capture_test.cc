@@ -55,12 +55,7 @@ class CaptureTest : public ::testing::TestWithParam<const char *> {
     Pump();
     SetDialogHook(nullptr);
   }
-  void Pump() {
-    for (int r = 0; r < 3; ++r) {
-      XSync(dpy_, False);
-      while (XtAppPending(App().app)) XtAppProcessEvent(App().app, XtIMAll);
-    }
-  }
+  void Pump() { guitest::Pump(); }
   // A top-level window of the test's own; the server paints its background
   // pixmap, so it needs no redrawing of ours.
   Window MakeWindow(const char *name, bool map) {

@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <memory>
 #include <set>
 #include <string>
 #include <vector>
@@ -31,7 +32,6 @@ namespace {
 
 using namespace quilla;
 
-std::vector<std::string> g_boxes;  // the texts of the message boxes shown
 std::string g_answer;                // what the file selector is answered with
 std::vector<std::string> g_selector_titles;
 
@@ -45,19 +45,15 @@ class SlideTest : public ::testing::Test {
     owner_ = server->keeper;
     InitVisual(dpy_, App().screen, -1, false);
     ReadSettingsFile(&Settings(), dir_.file("none.rc"));
-    g_boxes.clear();
-    SetDialogHook([](Widget box) {
-      if (box != ShownMessageBox()) return;  // the load's progress dialog
-      g_boxes.push_back(guitest::LabelText(box, "*labelMessage"));
-      if (Widget ok = XtNameToWidget(box, "*buttonOK")) XtCallCallbacks(ok, XmNactivateCallback, nullptr);
-    });
+    boxes_.reset();  // a second Open gives back the first hook before taking it again
+    boxes_ = std::make_unique<guitest::AnswerMessageBoxes>();
   }
   void TearDown() override {
     if (!dpy_) return;
     if (ShownSlideShow()) Key(XK_Escape);
     if (Widget d = ShownSlideDialog()) XtCallCallbacks(XtNameToWidget(d, "*buttonCancel"), XmNactivateCallback, nullptr);
     while (Widget s = ViewShellAt(0)) RunViewCommand(s, "close");
-    SetDialogHook(nullptr);
+    boxes_.reset();
     Pump();
   }
   void Pump(int rounds = 3) { guitest::Pump(rounds); }
@@ -155,6 +151,9 @@ class SlideTest : public ::testing::Test {
     XQueryColor(dpy_, cmap, &c);
     return c;
   }
+  // The texts of the message boxes shown.
+  std::vector<std::string> &Boxes() { return guitest::AnswerMessageBoxes::Texts(); }
+  std::unique_ptr<guitest::AnswerMessageBoxes> boxes_;
   testutil::TempDir dir_;
   Display *dpy_ = nullptr;
   std::string display_;
@@ -204,7 +203,7 @@ TEST_F(SlideTest, PlaysInOrderPausesOnSpaceStepsBackWithButtonOneAndEnds) {
   // Without the loop switch, stepping past the end ends the show.
   Key(XK_Right);
   EXPECT_EQ(ShownSlideShow(), nullptr);
-  EXPECT_TRUE(g_boxes.empty());
+  EXPECT_TRUE(Boxes().empty());
   EXPECT_EQ(SlideShowHistory(), (std::vector<int>{0, 1, 0, 1, 2}));
 }
 
@@ -245,14 +244,14 @@ TEST_F(SlideTest, UnreadableEntriesAreSkippedAtOnceAndReportedOnlyWithoutBit128)
   EXPECT_TRUE(State().scheduled);
   EXPECT_TRUE(RunUntil(200, [&] { return Index() == 2; }));
   EXPECT_EQ(State().width, 90);
-  EXPECT_TRUE(g_boxes.empty());
+  EXPECT_TRUE(Boxes().empty());
   Key(XK_Escape);
 
   // Reported, with the same skip, when read errors are wanted.
   ASSERT_NE(StartSlideShow(files, 0, 1000), nullptr);
   Key(XK_Right);
   EXPECT_TRUE(RunUntil(500, [&] { return Index() == 2; }));
-  EXPECT_EQ(g_boxes.size(), 1u);
+  EXPECT_EQ(Boxes().size(), 1u);
   Key(XK_Escape);
 
   // A list of nothing but unreadable files ends instead of spinning.
@@ -418,7 +417,7 @@ TEST_F(SlideTest, DialogSavesAndLoadsSlideFilesAddingTheExtension) {
   XtCallCallbacks(XtNameToWidget(d, "*slideSave"), XmNactivateCallback, nullptr);
   EXPECT_FALSE(testutil::FileExists(g_answer));
   SetSelectorHook(nullptr);
-  EXPECT_TRUE(g_boxes.empty());
+  EXPECT_TRUE(Boxes().empty());
   EXPECT_EQ(g_selector_titles,
             (std::vector<std::string>{"Save Slide File...", "Load Slide File...", "Save Slide File..."}));
 }
@@ -441,15 +440,15 @@ TEST_F(SlideTest, SlideFileStartsItsShowAndUnopenableFileIsReported) {
 
   const std::string missing = dir_.file("missing.sld");
   EXPECT_EQ(OpenSlideShow(owner_, missing.c_str()), nullptr);
-  EXPECT_EQ(g_boxes, (std::vector<std::string>{"Can't open file : " + missing}));
+  EXPECT_EQ(Boxes(), (std::vector<std::string>{"Can't open file : " + missing}));
 
   // A file that is not a slide file opens the dialog, with no message.
-  g_boxes.clear();
+  Boxes().clear();
   testutil::WriteFile(sld, "\"" + files[0] + "\"\n");
   Widget d = OpenSlideShow(owner_, sld.c_str());
   ASSERT_NE(d, nullptr);
   EXPECT_EQ(d, ShownSlideDialog());
-  EXPECT_TRUE(g_boxes.empty());
+  EXPECT_TRUE(Boxes().empty());
 }
 
 TEST_F(SlideTest, ViewCommandOpensTheDialog) {

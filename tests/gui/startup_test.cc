@@ -24,6 +24,7 @@
 
 #include "core/icon.h"
 #include "core/settings.h"
+#include "gui_util.h"
 #include "test_util.h"
 
 namespace {
@@ -191,16 +192,7 @@ class Startup : public ::testing::Test {
   // them on to the widget with the keyboard focus.
   void SendKey(Window w, KeySym sym, unsigned state) {
     IgnoreXErrors guard(dpy_);
-    for (int type : {KeyPress, KeyRelease}) {
-      XEvent ev{};
-      ev.xkey.type = type;
-      ev.xkey.window = w;
-      ev.xkey.root = DefaultRootWindow(dpy_);
-      ev.xkey.state = state;
-      ev.xkey.keycode = XKeysymToKeycode(dpy_, sym);
-      ev.xkey.same_screen = True;
-      XSendEvent(dpy_, w, True, type == KeyPress ? KeyPressMask : KeyReleaseMask, &ev);
-    }
+    guitest::SendKey(dpy_, w, sym, state);
   }
 
   const char *name_ = nullptr;
