@@ -228,25 +228,6 @@ TEST(SwapComponent, PermutesColoursOnEveryLayoutAndKeepsAlpha) {
   EXPECT_TRUE(SamePicture(grey, gorig));
 }
 
-TEST(SwapComponent, InverseChoicesGiveIdentity) {
-  // rbg, bgr and grb undo themselves; brg and gbr undo each other.
-  const int pairs[][2] = {{0, 0}, {1, 1}, {3, 3}, {2, 4}, {4, 2}};
-  for (int model : {TSL_RGB, TSL_ABGR, TSL_INDEXED}) {
-    for (auto &pr : pairs) {
-      Pic src(MakePicture(model, 9, 7, 5));
-      Pic orig = src.clone();
-      OpRect r{2, 1, 4, 4};
-      ASSERT_EQ(OpSwapComponent(&src, nullptr, &r, ints(pr[0])), kOpDone);
-      EXPECT_FALSE(SamePicture(src, orig) && std::memcmp(src->palette, orig->palette, 768) == 0);
-      ASSERT_EQ(OpSwapComponent(&src, nullptr, &r, ints(pr[1])), kOpDone);
-      EXPECT_TRUE(SamePicture(src, orig));
-      if (model == TSL_INDEXED) {
-        EXPECT_EQ(std::memcmp(src->palette, orig->palette, 768), 0);
-      }
-    }
-  }
-}
-
 // ---- De-interlace -------------------------------------------------------------
 
 TEST(Deinterlace, KeepsTheOtherFieldAndFillsFromNeighbours) {

@@ -105,12 +105,10 @@ TEST(ViewLabels, ColorPickerTexts) {
   tslFree(&grey);
 }
 
-TEST(ViewCommands, TableIsUniqueAndOrdered) {
+TEST(ViewCommands, NamesAreUniqueAndUnknownOnesAreRefused) {
   std::set<std::string> seen;
   for (int i = 0; i < kViewCommandCount; ++i) EXPECT_TRUE(seen.insert(kViewCommands[i]).second) << kViewCommands[i];
-  EXPECT_EQ(ViewCommandIndex("open"), 0);
-  EXPECT_LT(ViewCommandIndex("zoom+"), ViewCommandIndex("zoom100"));
-  EXPECT_EQ(ViewCommandIndex("rotateRight"), kViewCommandCount - 1);
+  EXPECT_EQ(ViewCommandIndex(kViewCommands[kViewCommandCount - 1]), kViewCommandCount - 1);
   EXPECT_EQ(ViewCommandIndex("nonsense"), -1);
   EXPECT_EQ(ViewCommandIndex(nullptr), -1);
 }
