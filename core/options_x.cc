@@ -54,6 +54,7 @@ struct Dialog {
 
 Dialog *g_dialog = nullptr;
 OptionsPageHook g_cache_hook = nullptr;
+std::vector<OptionsAppliedHook> g_applied_hooks;
 int g_last_page = 0;  // the page shown when the dialog opens again
 
 XmString Str(const std::string &s) { return XmStringCreateLocalized(const_cast<char *>(s.c_str())); }
@@ -395,6 +396,7 @@ void Apply(Dialog *d) {
     for (int i = 0; i < s.file_type_count; ++i) s.file_types[i].enabled = XmListPosSelected(d->file_types, i + 1);
   }
   Finish(d, true);
+  for (OptionsAppliedHook hook : g_applied_hooks) hook();
 }
 
 void OkCallback(Widget, XtPointer data, XtPointer) {
@@ -539,6 +541,11 @@ bool ShowSaveOptions(Widget owner) {
     delete d;
   }
   return applied;
+}
+
+void AddOptionsAppliedHook(OptionsAppliedHook hook) {
+  if (std::find(g_applied_hooks.begin(), g_applied_hooks.end(), hook) == g_applied_hooks.end())
+    g_applied_hooks.push_back(hook);
 }
 
 Widget ShownOptions() { return g_dialog ? g_dialog->shell : nullptr; }

@@ -28,6 +28,11 @@ Widget ShownOptions();
 using OptionsPageHook = void (*)(Widget page);
 OptionsPageHook SetCachePageHook(OptionsPageHook hook);
 
+// Called after O.K. stored new values, so open windows can follow them
+// (tool and status bars, labels).  Adding the same hook twice adds it once.
+using OptionsAppliedHook = void (*)();
+void AddOptionsAppliedHook(OptionsAppliedHook hook);
+
 }  // namespace quilla
 
 #endif

@@ -39,6 +39,7 @@
 #include <vector>
 
 #include "core/app_x.h"
+#include "core/options_x.h"
 #include "core/display_x.h"
 #include "core/settings.h"
 #include "files/load_model.h"
@@ -1446,9 +1447,20 @@ void DestroyView(ViewRecord *v) {
   FreeRecord(v);
 }
 
+// New values from the Options dialog reach the open views: their tool and
+// status bars and their information labels.
+void FollowOptions() {
+  for (ViewRecord *v : g_views) {
+    if (v->toolbar) (Settings().View.ToolBar ? XtManageChild : XtUnmanageChild)(v->toolbar);
+    if (v->message_window) (Settings().View.StatusBar ? XtManageChild : XtUnmanageChild)(v->message_window);
+    UpdateLabel(v);
+  }
+}
+
 // Opens a view whose record already holds the list; the first file of the
 // list from `pos` on that loads is shown.
 Widget OpenView(Widget parent, ViewRecord *v, int page) {
+  AddOptionsAppliedHook(FollowOptions);
   // One view only: the existing view takes the new file or list.
   if (Settings().View.OnlyOneView && !g_views.empty()) {
     ViewRecord *old = g_views.front();

@@ -175,6 +175,25 @@ TEST_F(OptionsTest, TypedValueIsKeptThroughTheSettingsFileAndEscapeDiscards) {
   }
 }
 
+TEST_F(OptionsTest, OpenViewsFollowTheBarsChosenWithOk) {
+  Open("QUILLA_TEST_DISPLAY");
+  if (HasFatalFailure() || IsSkipped()) return;
+  Settings().View.ToolBar = Settings().View.StatusBar = true;
+  Widget view = OpenView(Png("a.png", 40, 30));
+  ASSERT_NE(view, nullptr);
+  Widget bar = XtNameToWidget(view, "*toolBar"), status = XtNameToWidget(view, "*messageWindow");
+  ASSERT_TRUE(bar && status && XtIsManaged(bar) && XtIsManaged(status));
+  RunViewCommand(view, "options");
+  Pump();
+  Widget shell = ShownOptions();
+  ASSERT_NE(shell, nullptr);
+  XmToggleButtonSetState(XtNameToWidget(shell, "*OptionViewToolBar"), False, False);
+  XmToggleButtonSetState(XtNameToWidget(shell, "*OptionViewStatusBar"), False, False);
+  Key(shell, XK_Return);
+  EXPECT_FALSE(XtIsManaged(bar));
+  EXPECT_FALSE(XtIsManaged(status));
+}
+
 TEST_F(OptionsTest, InvalidValueKeepsTheDialogOpenAndChangesNothing) {
   Open("QUILLA_TEST_DISPLAY");
   if (IsSkipped() || HasFatalFailure()) return;
