@@ -751,7 +751,7 @@ const Item kFileItems[] = {
     {"copyTo", "Copy To...", "Alt<Key>c", "Alt+C", 'p', false},
     {"moveTo", "Move To...", "Alt<Key>m", "Alt+M", 'p', false},
     {"delete", "Delete", nullptr, "Del", 'p', false},
-    {"copyLocation", "Copy Location", nullptr, nullptr, 'p', false},
+    {"copyLocation", "Copy Location", nullptr, nullptr, 'p', true},
     {nullptr, nullptr, nullptr, nullptr, 0, false},
     {"convert", "Batch Convert...", "Ctrl<Key>n", "Ctrl+N", 'p', false},
     {"slideShow", "Slide Show...", "Ctrl<Key>l", "Ctrl+L", 'p', false},
@@ -1418,6 +1418,18 @@ void OpenSelection(Browser *b) {
   OpenViewOnList(App().shell, list, static_cast<int>(paths.size()), 0);
 }
 
+// "Copy Location": the paths of the selected entries (or of the current
+// one), one per line, become what a paste inserts.
+void CopyLocation(Browser *b) {
+  std::string text;
+  for (int i = 0; i < b->list.count(); ++i) {
+    const FileEntry &e = b->list.at(i);
+    if (e.selected && !e.isDotDot()) text += (text.empty() ? "" : "\n") + b->list.pathOf(e);
+  }
+  if (text.empty() && b->current >= 0 && b->current < b->list.count()) text = b->list.pathOf(b->list.at(b->current));
+  if (text.empty() || !OwnTextSelection(b->icon_view, text)) XBell(XtDisplay(b->shell), 0);
+}
+
 void Activate(Browser *b) {
   if (b->current < 0 || b->current >= b->list.count()) return;
   const FileEntry &e = b->list.at(b->current);
@@ -1548,6 +1560,8 @@ void DoCommand(Browser *b, const std::string &w) {
     for (FileEntry &e : b->list.entries()) e.selected = !e.isDotDot();
     Redraw(b);
     ShowListStatus(b);
+  } else if (w == "copyLocation") {
+    CopyLocation(b);
   } else if (w == "open") {
     OpenSelection(b);
   } else if (w == "itemActivate") {

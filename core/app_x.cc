@@ -14,6 +14,7 @@
 #include <Xm/Separator.h>
 #include <Xm/DialogS.h>
 #include <X11/Shell.h>
+#include <X11/Xatom.h>
 
 #include <signal.h>
 #include <unistd.h>
@@ -162,6 +163,40 @@ Widget DialogParent(Widget owner) {
   s = ShellOf(App().main_window);
   if (WidgetAlive(s)) return s;
   return WidgetAlive(App().shell) ? App().shell : nullptr;
+}
+
+namespace {
+
+std::string g_selection_text;
+
+Boolean ConvertTextSelection(Widget w, Atom *, Atom *target, Atom *type, XtPointer *value, unsigned long *length,
+                             int *format) {
+  Display *dpy = XtDisplay(w);
+  const Atom utf8 = XInternAtom(dpy, "UTF8_STRING", False), targets = XInternAtom(dpy, "TARGETS", False);
+  if (*target == targets) {
+    auto *list = reinterpret_cast<Atom *>(XtMalloc(3 * sizeof(Atom)));
+    list[0] = targets, list[1] = utf8, list[2] = XA_STRING;
+    *type = XA_ATOM, *value = list, *length = 3, *format = 32;
+    return True;
+  }
+  if (*target != XA_STRING && *target != utf8 && *target != XInternAtom(dpy, "TEXT", False)) return False;
+  char *copy = XtMalloc(static_cast<Cardinal>(g_selection_text.size() + 1));
+  std::memcpy(copy, g_selection_text.c_str(), g_selection_text.size() + 1);
+  *type = *target == utf8 ? utf8 : XA_STRING;
+  *value = copy, *length = g_selection_text.size(), *format = 8;
+  return True;
+}
+
+}  // namespace
+
+bool OwnTextSelection(Widget w, const std::string &text) {
+  if (!w || !XtIsRealized(w)) return false;
+  g_selection_text = text;
+  const Time now = XtLastTimestampProcessed(XtDisplay(w));
+  const Atom clipboard = XInternAtom(XtDisplay(w), "CLIPBOARD", False);
+  const bool primary = XtOwnSelection(w, XA_PRIMARY, now, ConvertTextSelection, nullptr, nullptr);
+  const bool board = XtOwnSelection(w, clipboard, now, ConvertTextSelection, nullptr, nullptr);
+  return primary && board;
 }
 
 void SetWindowIcon(Widget shell) {

@@ -43,6 +43,11 @@ bool WidgetAlive(Widget w);
 // else the application shell; nullptr when there is none.
 Widget DialogParent(Widget owner);
 
+// Makes `text` the PRIMARY and CLIPBOARD selection, owned by `w` (a
+// realized widget) until another client takes it: what a paste anywhere
+// then inserts.  False when the server refused.
+bool OwnTextSelection(Widget w, const std::string &text);
+
 // Sets the window icon on a shell (no-op before the icon is built).
 void SetWindowIcon(Widget shell);
 

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <X11/Intrinsic.h>
+#include <X11/Xatom.h>
 #include <X11/Shell.h>
 #include <X11/Xutil.h>
 #include <Xm/List.h>
@@ -429,6 +430,21 @@ TEST_F(BrowserTest, OpenTakesTheSelectionAndPropertiesTheCurrentFile) {
   Widget box = XtNameToWidget(shell, "QuillProperties");
   ASSERT_NE(box, nullptr);
   EXPECT_NE(guitest::LabelText(box, "*labelFile").find("b.png"), std::string::npos);
+
+  // "Copy Location" with nothing selected: a paste gets the current file's path.
+  RunBrowserCommand("copyLocation");
+  std::string pasted;
+  bool answered = false;
+  auto got = [](Widget, XtPointer data, Atom *, Atom *, XtPointer value, unsigned long *length, int *) {
+    auto *out = static_cast<std::pair<std::string *, bool *> *>(data);
+    if (value) out->first->assign(static_cast<char *>(value), *length);
+    *out->second = true;
+    XtFree(static_cast<char *>(value));
+  };
+  std::pair<std::string *, bool *> into(&pasted, &answered);
+  XtGetSelectionValue(shell, XA_PRIMARY, XA_STRING, got, &into, XtLastTimestampProcessed(dpy_));
+  ASSERT_TRUE(RunUntil([&] { return answered; }));
+  EXPECT_EQ(pasted, d + "/b.png");
 }
 
 TEST_F(BrowserTest, DescriptionsAndBookmarksRoundTrip) {
