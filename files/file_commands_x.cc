@@ -11,6 +11,7 @@
 #include "core/app_x.h"
 #include "core/settings.h"
 #include "files/capture_x.h"
+#include "files/fileop_x.h"
 #include "files/hexdump_x.h"
 #include "files/load_x.h"
 #include "files/save_x.h"
@@ -109,6 +110,7 @@ void ExtractInto(Widget view, Widget owner) {
 }  // namespace
 
 bool RunFileCommand(Widget view, Widget owner, const char *word) {
+  if (RunViewFileOpCommand(view, owner, word)) return true;
   if (std::strcmp(word, "open") == 0) {
     OpenFiles(owner);
   } else if (std::strcmp(word, "saveFiles") == 0) {
