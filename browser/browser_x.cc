@@ -49,6 +49,7 @@
 #include "core/options_x.h"
 #include "core/settings.h"
 #include "files/fileop_x.h"
+#include "files/jpegtrans_x.h"
 #include "files/load_x.h"
 #include "view/render_x.h"
 #include "view/toolbar_icons.h"
@@ -753,6 +754,7 @@ const Item kFileItems[] = {
     {"moveTo", "Move To...", "Alt<Key>m", "Alt+M", 'p', true},
     {"delete", "Delete", nullptr, "Del", 'p', true},
     {"copyLocation", "Copy Location", nullptr, nullptr, 'p', false},
+    {"jpegTransform", "JPEG Lossless Transformations...", nullptr, nullptr, 'p', true},
     {nullptr, nullptr, nullptr, nullptr, 0, false},
     {"convert", "Batch Convert...", "Ctrl<Key>n", "Ctrl+N", 'p', false},
     {"slideShow", "Slide Show...", "Ctrl<Key>l", "Ctrl+L", 'p', false},
@@ -1599,6 +1601,9 @@ void DoCommand(Browser *b, const std::string &w) {
       });
   } else if (w == "copyTo" || w == "moveTo" || w == "delete") {
     FileOperation(b, w);
+    if (g_browser != b) return;
+  } else if (w == kJpegTransformCommand) {
+    TransformJpegFiles(b->shell, b->list.directory(), SelectedFileNames(b));
     if (g_browser != b) return;
   } else if (w == "rename") {
     StartRename(b);

@@ -13,6 +13,7 @@
 #include "files/capture_x.h"
 #include "files/fileop_x.h"
 #include "files/hexdump_x.h"
+#include "files/jpegtrans_x.h"
 #include "files/load_x.h"
 #include "files/save_x.h"
 #include "files/selector_x.h"
@@ -110,7 +111,7 @@ void ExtractInto(Widget view, Widget owner) {
 }  // namespace
 
 bool RunFileCommand(Widget view, Widget owner, const char *word) {
-  if (RunViewFileOpCommand(view, owner, word)) return true;
+  if (RunViewFileOpCommand(view, owner, word) || RunViewJpegCommand(view, owner, word)) return true;
   if (std::strcmp(word, "open") == 0) {
     OpenFiles(owner);
   } else if (std::strcmp(word, "saveFiles") == 0) {

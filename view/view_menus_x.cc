@@ -72,6 +72,7 @@ const Entry kEditMenu[] = {
     {"rotateLeft", "Rotate Left", "Shift<Key>l", "Shift+L", true, true},
     {"rotateRight", "Rotate Right", "Shift<Key>r", "Shift+R", true, true},
     {"changeDpi", "Change DPI...", nullptr, nullptr, true, true},
+    {"jpegTransform", "JPEG Lossless Transformations...", nullptr, nullptr, true, true},
     {nullptr, nullptr, nullptr, nullptr, false, false},
     {"options", "Options...", nullptr, nullptr, true, false},
 };

@@ -151,4 +151,38 @@ TEST_F(FileDialogs, DeleteAsksThenTheViewShowsTheNextFile) {
   EXPECT_EQ(state.path, b);
 }
 
+TEST_F(FileDialogs, JpegRotationFromTheViewReloadsTheTurnedFile) {
+  const std::string path = dir_.file("p.jpg");
+  TslPicture p = testutil::MakePicture(TSL_RGB, 64, 32, 3);
+  TslParams params;
+  tslDefaultParams(&params);
+  params.format = tslFormatGetIndex("jpeg");
+  ASSERT_EQ(tslSave(path.c_str(), &p, &params), 0);
+  tslFree(&p);
+  Widget view = OpenViewOnFile(App().shell, path.c_str(), 0);
+  ASSERT_NE(view, nullptr);
+  std::string title, warning, frame;
+  g_on_dialog = [&](Widget shell) {
+    if (std::string(XtName(shell)) != "QuillJpegTrans") return;
+    char *t = nullptr;
+    XtVaGetValues(shell, XmNtitle, &t, nullptr);
+    title = t ? t : "";
+    warning = guitest::LabelText(shell, "*labelWarning");
+    frame = guitest::LabelText(shell, "*Tranformations");
+    for (const char *name : {"*toggleButton1", "*toggleButton5", "*buttonApply", "*buttonCancel"})
+      EXPECT_NE(XtNameToWidget(shell, name), nullptr) << name;
+    Type(shell, "", "Return");  // Apply, with "Rotate 90 degrees (clockwise)" preset
+  };
+  RunViewCommand(view, "jpegTransform");
+  Pump(std::chrono::milliseconds(100));
+  EXPECT_EQ(title, "JPEG Lossless Transformations...");
+  EXPECT_EQ(warning, "Be carefull: Transformations overwrite \noriginal files!");
+  EXPECT_EQ(frame, "Tranformations");
+  ViewState state;
+  ASSERT_TRUE(GetViewState(view, &state));
+  EXPECT_EQ(state.width, 32u);
+  EXPECT_EQ(state.height, 64u);
+  EXPECT_FALSE(testutil::FileExists(dir_.file("p.jp_")));
+}
+
 }  // namespace
