@@ -50,6 +50,7 @@
 #include "core/settings.h"
 #include "files/fileop_x.h"
 #include "files/jpegtrans_x.h"
+#include "files/multi_x.h"
 #include "files/load_x.h"
 #include "view/render_x.h"
 #include "view/toolbar_icons.h"
@@ -755,6 +756,7 @@ const Item kFileItems[] = {
     {"delete", "Delete", nullptr, "Del", 'p', true},
     {"copyLocation", "Copy Location", nullptr, nullptr, 'p', false},
     {"jpegTransform", "JPEG Lossless Transformations...", nullptr, nullptr, 'p', true},
+    {"multiPage", "Multi-page File...", nullptr, nullptr, 'p', true},
     {nullptr, nullptr, nullptr, nullptr, 0, false},
     {"convert", "Batch Convert...", "Ctrl<Key>n", "Ctrl+N", 'p', false},
     {"slideShow", "Slide Show...", "Ctrl<Key>l", "Ctrl+L", 'p', false},
@@ -1605,6 +1607,10 @@ void DoCommand(Browser *b, const std::string &w) {
   } else if (w == kJpegTransformCommand) {
     TransformJpegFiles(b->shell, b->list.directory(), SelectedFileNames(b));
     if (g_browser != b) return;
+  } else if (w == kMultiPageCommand) {
+    std::vector<std::string> paths;
+    for (const std::string &name : SelectedFileNames(b)) paths.push_back(b->list.directory() + name);
+    OpenMultiDialog(b->shell, paths);
   } else if (w == "rename") {
     StartRename(b);
   } else if (w == "cancelRename") {

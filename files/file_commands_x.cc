@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "core/app_x.h"
 #include "core/settings.h"
@@ -15,6 +16,7 @@
 #include "files/hexdump_x.h"
 #include "files/jpegtrans_x.h"
 #include "files/load_x.h"
+#include "files/multi_x.h"
 #include "files/save_x.h"
 #include "files/selector_x.h"
 #include "files/slide_x.h"
@@ -129,6 +131,11 @@ bool RunFileCommand(Widget view, Widget owner, const char *word) {
     } else {
       Bell();  // no view, or one without a file
     }
+  } else if (std::strcmp(word, kMultiPageCommand) == 0) {
+    ViewState state;
+    std::vector<std::string> files;
+    if (view && GetViewState(view, &state) && !state.path.empty()) files.push_back(state.path);
+    OpenMultiDialog(owner, files);
   } else if (std::strcmp(word, "capture") == 0) {
     ShowCaptureDialog(owner);
   } else if (std::strcmp(word, "slideShow") == 0) {

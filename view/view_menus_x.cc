@@ -47,6 +47,7 @@ const Entry kFileMenu[] = {
     {"browseFiles", "Browser...", "Ctrl<Key>b", "Ctrl+B", true, false},
     {"viewHexa", "View Hexa...", "Ctrl<Key>h", "Ctrl+H", true, false},
     {"capture", "Capture...", nullptr, nullptr, true, false},
+    {"multiPage", "Multi-page File...", nullptr, nullptr, true, false},
     {"slideShow", "Slide Show...", "Ctrl<Key>l", "Ctrl+L", true, false},
     {"sequenceConvert", "Batch Convert...", "Ctrl<Key>n", "Ctrl+N", false, false},
     {"multiConvert", "Multi Convert...", "Ctrl<Key>u", "Ctrl+U", false, false},

@@ -12,6 +12,7 @@
 #include <sys/file.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <functional>
 #include <string>
@@ -22,6 +23,8 @@
 #include "core/settings.h"
 #include "files/fileop_x.h"
 #include "files/load_x.h"
+#include "files/multi_model.h"
+#include "files/multi_x.h"
 #include "gui_util.h"
 #include "test_util.h"
 #include "view/view_x.h"
@@ -183,6 +186,30 @@ TEST_F(FileDialogs, JpegRotationFromTheViewReloadsTheTurnedFile) {
   EXPECT_EQ(state.width, 32u);
   EXPECT_EQ(state.height, 64u);
   EXPECT_FALSE(testutil::FileExists(dir_.file("p.jp_")));
+}
+
+TEST_F(FileDialogs, MultiPageDialogCreatesAThreePageTiff) {
+  ASSERT_EQ(::mkdir(dir_.file("out").c_str(), 0777), 0);
+  const std::vector<std::string> files = {Picture(dir_.file("1.png"), 1), Picture(dir_.file("2.png"), 2),
+                                          Picture(dir_.file("3.png"), 3)};
+  const std::vector<int> formats = MultiPageFormats();
+  const auto tiff = std::find(formats.begin(), formats.end(), tslFormatGetIndex("tiff"));
+  ASSERT_NE(tiff, formats.end());
+  Settings().MultFile.Format = static_cast<int32_t>(tiff - formats.begin());
+  Widget shell = OpenMultiDialog(App().shell, files);
+  ASSERT_NE(shell, nullptr);
+  EXPECT_STREQ(XtName(shell), "QuillMulti");
+  Pump(std::chrono::milliseconds(100));
+  for (const char *name : {"*filelistDel", "*filelistDelAll", "*filelistUp", "*filelistDown"})
+    EXPECT_TRUE(XtIsSensitive(XtNameToWidget(shell, name))) << name;
+  // The directory field has the keyboard; the name is the settings' "image".
+  Type(shell, dir_.file("out"), "Return");
+  ASSERT_TRUE(Pump(std::chrono::seconds(10), [] { return ShownMultiDialog() == nullptr; }));
+  TslFileInfo info{};
+  ASSERT_EQ(tslFileInformation(dir_.file("out/image.tif").c_str(), -1, 0, &info), TSL_OK);
+  EXPECT_EQ(info.pages, 3);
+  tslFileInformationFree(&info);
+  EXPECT_STREQ(Settings().MultFile.Directory, dir_.file("out").c_str());
 }
 
 }  // namespace
