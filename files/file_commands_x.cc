@@ -1,5 +1,7 @@
 // The view commands open, saveFiles and extractInto, the format list, the
-// hex dump (viewHexa, openHexa) and the screen capture.
+// hex dump (viewHexa, openHexa), the screen capture, the file operations
+// (copyTo, moveTo, rename, delete), the lossless JPEG transformations and
+// the multi-page file dialog.
 #include <X11/Intrinsic.h>
 
 #include <unistd.h>

@@ -267,7 +267,11 @@ bool AskNewName(Widget owner, const std::string &current, std::string *name) {
   std::pair<Widget, std::string *> source{field, &typed};
   XtAddCallback(ok, XmNactivateCallback, keep, &source);
   if (!RunModalDialog(&m, field)) return false;
-  if (typed.empty() || typed == current || typed.find('/') != std::string::npos) return false;
+  if (typed.empty() || typed == current) return false;
+  if (typed.find('/') != std::string::npos) {
+    Bell();
+    return false;
+  }
   *name = typed;
   return true;
 }

@@ -101,23 +101,17 @@ void Close(MultiDialog *d) {
   if (!d->shell->core.being_destroyed) XtDestroyWidget(d->shell);
 }
 
-void AddFiles(Widget, XtPointer client, XtPointer) {
+// "Add..." (files) and "Add Folder..." (the pictures of a directory).
+void Add(Widget w, XtPointer client, XtPointer) {
   auto *d = static_cast<MultiDialog *>(client);
+  const bool folder = std::string(XtName(w)) == "filelistAddDir";
   SelectorRequest req;
-  req.title = "Select Multi File ...";
-  req.multiple = true;
+  req.title = folder ? "Select Directory ..." : "Select Multi File ...";
+  req.mode = folder ? kSelectorDirectory : 0;
+  req.multiple = !folder;
   SelectorResult res;
-  if (RunFileSelector(d->shell, req, &res) && g_dialog == d) AddPaths(d, res.paths);
-}
-
-void AddFolder(Widget, XtPointer client, XtPointer) {
-  auto *d = static_cast<MultiDialog *>(client);
-  SelectorRequest req;
-  req.title = "Select Directory ...";
-  req.mode = kSelectorDirectory;
-  SelectorResult res;
-  if (RunFileSelector(d->shell, req, &res) && !res.paths.empty() && g_dialog == d)
-    AddPaths(d, PicturesInFolder(res.paths.front()));
+  if (!RunFileSelector(d->shell, req, &res) || res.paths.empty() || g_dialog != d) return;
+  AddPaths(d, folder ? PicturesInFolder(res.paths.front()) : res.paths);
 }
 
 void Remove(Widget, XtPointer client, XtPointer) {
@@ -223,8 +217,8 @@ MultiDialog *Build(Widget owner) {
   Widget buttons = XtVaCreateManagedWidget("fileButtons", xmRowColumnWidgetClass, form, XmNorientation, XmVERTICAL,
                                            XmNpacking, XmPACK_COLUMN, XmNtopAttachment, XmATTACH_WIDGET,
                                            XmNtopWidget, list_label, XmNrightAttachment, XmATTACH_FORM, nullptr);
-  Button(buttons, "filelistAdd", "Add...", AddFiles, d);
-  Button(buttons, "filelistAddDir", "Add Folder...", AddFolder, d);
+  Button(buttons, "filelistAdd", "Add...", Add, d);
+  Button(buttons, "filelistAddDir", "Add Folder...", Add, d);
   d->needs_items[0] = Button(buttons, "filelistDel", "Remove", Remove, d);
   d->needs_items[1] = Button(buttons, "filelistDelAll", "Remove All", RemoveAll, d);
   d->needs_items[2] = Button(buttons, "filelistUp", "Move Up", MoveUp, d);

@@ -89,10 +89,7 @@ class FileDialogs : public ::testing::Test {
 
   std::string Picture(const std::string &path, uint32_t seed = 1) {
     TslPicture p = testutil::MakePicture(TSL_RGB, 40, 30, seed);
-    TslParams params;
-    tslDefaultParams(&params);
-    params.format = tslFormatGetIndex("png");
-    EXPECT_EQ(tslSave(path.c_str(), &p, &params), 0);
+    testutil::WritePpm(path, p);
     tslFree(&p);
     return path;
   }
@@ -104,8 +101,8 @@ class FileDialogs : public ::testing::Test {
 
 TEST_F(FileDialogs, CopyToADirectoryTypedInTheTargetDialog) {
   ASSERT_EQ(::mkdir(dir_.file("out").c_str(), 0777), 0);
-  const std::string src = Picture(dir_.file("a.png"));
-  testutil::WriteFile(dir_.file(".description"), "\"a.png\" the red one\n");
+  const std::string src = Picture(dir_.file("a.ppm"));
+  testutil::WriteFile(dir_.file(".description"), "\"a.ppm\" the red one\n");
   std::snprintf(Settings().DirName[0], kPathSize, "%s", "/nowhere");
   Widget view = OpenViewOnFile(App().shell, src.c_str(), 0);
   ASSERT_NE(view, nullptr);
@@ -125,15 +122,15 @@ TEST_F(FileDialogs, CopyToADirectoryTypedInTheTargetDialog) {
   RunViewCommand(view, "copyTo");
   ASSERT_TRUE(Pump(std::chrono::seconds(10), [] { return !FileOpRunning(); }));
   ASSERT_EQ(seen, std::vector<std::string>{"QuillFileOp"});
-  EXPECT_EQ(testutil::ReadFile(dir_.file("out/a.png")), testutil::ReadFile(src));
+  EXPECT_EQ(testutil::ReadFile(dir_.file("out/a.ppm")), testutil::ReadFile(src));
   EXPECT_TRUE(testutil::FileExists(src));
-  EXPECT_EQ(testutil::ReadFile(dir_.file("out/.description")), "\"a.png\" the red one\n");
+  EXPECT_EQ(testutil::ReadFile(dir_.file("out/.description")), "\"a.ppm\" the red one\n");
   EXPECT_STREQ(Settings().DirName[0], dir_.file("out").c_str());
   EXPECT_STREQ(Settings().DirName[1], "/nowhere");
 }
 
 TEST_F(FileDialogs, DeleteAsksThenTheViewShowsTheNextFile) {
-  const std::string a = Picture(dir_.file("a.png"), 1), b = Picture(dir_.file("b.png"), 2);
+  const std::string a = Picture(dir_.file("a.ppm"), 1), b = Picture(dir_.file("b.ppm"), 2);
   auto *list = static_cast<FileListEntry *>(std::calloc(2, sizeof(FileListEntry)));
   std::snprintf(list[0].path, sizeof list[0].path, "%s", a.c_str());
   std::snprintf(list[1].path, sizeof list[1].path, "%s", b.c_str());
@@ -190,8 +187,8 @@ TEST_F(FileDialogs, JpegRotationFromTheViewReloadsTheTurnedFile) {
 
 TEST_F(FileDialogs, MultiPageDialogCreatesAThreePageTiff) {
   ASSERT_EQ(::mkdir(dir_.file("out").c_str(), 0777), 0);
-  const std::vector<std::string> files = {Picture(dir_.file("1.png"), 1), Picture(dir_.file("2.png"), 2),
-                                          Picture(dir_.file("3.png"), 3)};
+  const std::vector<std::string> files = {Picture(dir_.file("1.ppm"), 1), Picture(dir_.file("2.ppm"), 2),
+                                          Picture(dir_.file("3.ppm"), 3)};
   const std::vector<int> formats = MultiPageFormats();
   const auto tiff = std::find(formats.begin(), formats.end(), tslFormatGetIndex("tiff"));
   ASSERT_NE(tiff, formats.end());
