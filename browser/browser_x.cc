@@ -48,6 +48,9 @@
 #include "core/display_x.h"
 #include "core/options_x.h"
 #include "core/settings.h"
+#include "files/fileop_x.h"
+#include "files/jpegtrans_x.h"
+#include "files/multi_x.h"
 #include "files/load_x.h"
 #include "view/render_x.h"
 #include "view/toolbar_icons.h"
@@ -748,10 +751,12 @@ const Item kFileItems[] = {
     {"describe", "Description...", "Ctrl<Key>d", "Ctrl+D", 'p', true},
     {"properties", "Properties...", "Ctrl<Key>e", "Ctrl+E", 'p', true},
     {"rename", "Rename", nullptr, "F2", 'p', true},
-    {"copyTo", "Copy To...", "Alt<Key>c", "Alt+C", 'p', false},
-    {"moveTo", "Move To...", "Alt<Key>m", "Alt+M", 'p', false},
-    {"delete", "Delete", nullptr, "Del", 'p', false},
+    {"copyTo", "Copy To...", "Alt<Key>c", "Alt+C", 'p', true},
+    {"moveTo", "Move To...", "Alt<Key>m", "Alt+M", 'p', true},
+    {"delete", "Delete", nullptr, "Del", 'p', true},
     {"copyLocation", "Copy Location", nullptr, nullptr, 'p', true},
+    {"jpegTransform", "JPEG Lossless Transformations...", nullptr, nullptr, 'p', true},
+    {"multiPage", "Multi-page File...", nullptr, nullptr, 'p', true},
     {nullptr, nullptr, nullptr, nullptr, 0, false},
     {"convert", "Batch Convert...", "Ctrl<Key>n", "Ctrl+N", 'p', false},
     {"slideShow", "Slide Show...", "Ctrl<Key>l", "Ctrl+L", 'p', false},
@@ -1272,6 +1277,8 @@ const char kIconTranslations[] =
     "<Key>BackSpace: BrowserDoCommand(goUp)\n"
     "~Ctrl<Key>space: BrowserDoCommand(itemSelect)\n"
     "<Key>F2: BrowserDoCommand(rename)\n"
+    "~Shift ~Ctrl ~Alt<Key>osfDelete: BrowserDoCommand(delete)\n"
+    "~Shift ~Ctrl ~Alt<Key>Delete: BrowserDoCommand(delete)\n"
     "<Key>plus: BrowserDoCommand(zoom+)\n"
     "<Key>minus: BrowserDoCommand(zoom-)\n"
     "<Key>KP_Add: BrowserDoCommand(zoom+)\n"
@@ -1308,14 +1315,10 @@ void RenameDone(Widget w, XtPointer client, XtPointer) {
     ShowMessage(b->shell, "Can't rename \"" + from + "\" to \"" + to + "\".");
     return;
   }
-  // The description goes with the file.
-  DescriptionTable table = LoadDescriptions(dir);
-  if (const std::string *t = FindDescription(table, from)) {
-    const std::string text_kept = *t;
-    SetDescription(&table, to, text_kept);
-    SetDescription(&table, from, std::nullopt);
-    SaveDescriptions(table, dir, true);
-  }
+  // The description and the cached thumbnail go with the file.
+  CarryDescription(dir + from, dir + to, false);
+  StopLoop(b);
+  CarryThumbnails({{dir + from, dir + to}});
   QuickRefresh(b);
   const int pos = PositionOfName(b, to);
   if (pos >= 0) SetCurrent(b, pos, true);
@@ -1402,6 +1405,34 @@ void CloseBrowser(Browser *b) {
   XtDestroyWidget(b->shell);
   if (g_browser == b) g_browser = nullptr;
   delete b;
+}
+
+// The names of the selected files (directories and ".." left out), or the
+// current entry's when none is selected.
+std::vector<std::string> SelectedFileNames(Browser *b) {
+  std::vector<std::string> names;
+  for (const FileEntry &e : b->list.entries())
+    if (e.selected && !e.isDirectory() && !e.isDotDot()) names.push_back(e.name);
+  if (names.empty() && b->current >= 0) {
+    const FileEntry &e = b->list.at(b->current);
+    if (!e.isDirectory() && !e.isDotDot()) names.push_back(e.name);
+  }
+  return names;
+}
+
+// copyTo, moveTo and delete on the selection.
+void FileOperation(Browser *b, const std::string &w) {
+  const std::vector<std::string> names = SelectedFileNames(b);
+  if (names.empty() || FileOpRunning()) {
+    XBell(XtDisplay(b->shell), 0);
+    return;
+  }
+  const FileOpKind kind = w == "copyTo" ? FileOpKind::kCopy : w == "moveTo" ? FileOpKind::kMove : FileOpKind::kDelete;
+  std::string target;
+  if (kind == FileOpKind::kDelete ? !ConfirmDelete(b->shell, names.size())
+                                  : !AskTargetDirectory(b->shell, kind, &target))
+    return;
+  if (g_browser == b) StartFileOp(b->shell, kind, b->list.directory(), names, target, {});
 }
 
 void OpenSelection(Browser *b) {
@@ -1584,6 +1615,16 @@ void DoCommand(Browser *b, const std::string &w) {
       DescribeFile(b->shell, path, [] {
         if (g_browser) RereadDescriptions(g_browser);
       });
+  } else if (w == "copyTo" || w == "moveTo" || w == "delete") {
+    FileOperation(b, w);
+    if (g_browser != b) return;
+  } else if (w == kJpegTransformCommand) {
+    TransformJpegFiles(b->shell, b->list.directory(), SelectedFileNames(b));
+    if (g_browser != b) return;
+  } else if (w == kMultiPageCommand) {
+    std::vector<std::string> paths;
+    for (const std::string &name : SelectedFileNames(b)) paths.push_back(b->list.directory() + name);
+    OpenMultiDialog(b->shell, paths);
   } else if (w == "rename") {
     StartRename(b);
   } else if (w == "cancelRename") {

@@ -1,5 +1,7 @@
 // The view commands open, saveFiles and extractInto, the format list, the
-// hex dump (viewHexa, openHexa) and the screen capture.
+// hex dump (viewHexa, openHexa), the screen capture, the file operations
+// (copyTo, moveTo, rename, delete), the lossless JPEG transformations and
+// the multi-page file dialog.
 #include <X11/Intrinsic.h>
 
 #include <unistd.h>
@@ -7,12 +9,16 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "core/app_x.h"
 #include "core/settings.h"
 #include "files/capture_x.h"
+#include "files/fileop_x.h"
 #include "files/hexdump_x.h"
+#include "files/jpegtrans_x.h"
 #include "files/load_x.h"
+#include "files/multi_x.h"
 #include "files/save_x.h"
 #include "files/selector_x.h"
 #include "files/slide_x.h"
@@ -109,6 +115,7 @@ void ExtractInto(Widget view, Widget owner) {
 }  // namespace
 
 bool RunFileCommand(Widget view, Widget owner, const char *word) {
+  if (RunViewFileOpCommand(view, owner, word) || RunViewJpegCommand(view, owner, word)) return true;
   if (std::strcmp(word, "open") == 0) {
     OpenFiles(owner);
   } else if (std::strcmp(word, "saveFiles") == 0) {
@@ -126,6 +133,11 @@ bool RunFileCommand(Widget view, Widget owner, const char *word) {
     } else {
       Bell();  // no view, or one without a file
     }
+  } else if (std::strcmp(word, kMultiPageCommand) == 0) {
+    ViewState state;
+    std::vector<std::string> files;
+    if (view && GetViewState(view, &state) && !state.path.empty()) files.push_back(state.path);
+    OpenMultiDialog(owner, files);
   } else if (std::strcmp(word, "capture") == 0) {
     ShowCaptureDialog(owner);
   } else if (std::strcmp(word, "slideShow") == 0) {

@@ -47,16 +47,17 @@ const Entry kFileMenu[] = {
     {"browseFiles", "Browser...", "Ctrl<Key>b", "Ctrl+B", true, false},
     {"viewHexa", "View Hexa...", "Ctrl<Key>h", "Ctrl+H", true, false},
     {"capture", "Capture...", nullptr, nullptr, true, false},
+    {"multiPage", "Multi-page File...", nullptr, nullptr, true, false},
     {"slideShow", "Slide Show...", "Ctrl<Key>l", "Ctrl+L", true, false},
     {"sequenceConvert", "Batch Convert...", "Ctrl<Key>n", "Ctrl+N", false, false},
     {"multiConvert", "Multi Convert...", "Ctrl<Key>u", "Ctrl+U", false, false},
     {nullptr, nullptr, nullptr, nullptr, false, false},
     {"properties", "Properties...", "Ctrl<Key>e", "Ctrl+E", true, true},
     {"describe", "Description...", "Ctrl<Key>d", "Ctrl+D", true, true},
-    {"copyTo", "Copy To...", "Alt<Key>c", "Alt+C", false, true},
-    {"moveTo", "Move To...", "Alt<Key>m", "Alt+M", false, true},
-    {"rename", "Rename...", "<Key>F2", "F2", false, true},
-    {"delete", "Delete", nullptr, "Del", false, true},
+    {"copyTo", "Copy To...", "Alt<Key>c", "Alt+C", true, true},
+    {"moveTo", "Move To...", "Alt<Key>m", "Alt+M", true, true},
+    {"rename", "Rename...", "<Key>F2", "F2", true, true},
+    {"delete", "Delete", nullptr, "Del", true, true},
     {nullptr, nullptr, nullptr, nullptr, false, false},
     {"quit", "Quit", "Ctrl<Key>q", "Ctrl+Q", true, false},
 };
@@ -72,6 +73,7 @@ const Entry kEditMenu[] = {
     {"rotateLeft", "Rotate Left", "Shift<Key>l", "Shift+L", true, true},
     {"rotateRight", "Rotate Right", "Shift<Key>r", "Shift+R", true, true},
     {"changeDpi", "Change DPI...", nullptr, nullptr, true, true},
+    {"jpegTransform", "JPEG Lossless Transformations...", nullptr, nullptr, true, true},
     {nullptr, nullptr, nullptr, nullptr, false, false},
     {"options", "Options...", nullptr, nullptr, true, false},
 };
@@ -250,7 +252,7 @@ Widget OpCascade(Widget parent, int submenu, bool enabled) {
 
 // Adds the Image, Filter and Effects cascades to a menu bar or pop-up menu.
 void AddOperationMenus(Widget parent, bool in_view, bool menu_bar) {
-  const char mnemonics[3] = {'I', 'l', 'c'};
+  const char mnemonics[3] = {'I', 'l', 't'};  // Alt+C is copyTo
   for (int top = 0; top < 3; ++top) {
     const std::string pull_name = top == kTopEffects ? kOpSubmenus[kSubEffects].name
                                                      : std::string("Menu") + kOpTopMenuNames[top];
