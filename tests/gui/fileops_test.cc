@@ -82,8 +82,12 @@ class FileDialogs : public ::testing::Test {
     XWarpPointer(dpy_, 0, XtWindow(shell), 0, 0, 0, 0, 5, 5);
     XSync(dpy_, False);
     const std::string xdo = "DISPLAY=" + display_ + " xdotool ";
-    if (!text.empty()) EXPECT_EQ(testutil::Run(xdo + "type --delay 5 '" + text + "'"), 0);
-    if (!keys.empty()) EXPECT_EQ(testutil::Run(xdo + "key --delay 20 " + keys), 0);
+    if (!text.empty()) {
+      EXPECT_EQ(testutil::Run(xdo + "type --delay 5 '" + text + "'"), 0);
+    }
+    if (!keys.empty()) {
+      EXPECT_EQ(testutil::Run(xdo + "key --delay 20 " + keys), 0);
+    }
     if (fd >= 0) close(fd);
   }
 
