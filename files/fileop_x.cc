@@ -177,10 +177,7 @@ void FollowInView(Widget view, const std::string &old_path, const FileOp &op) {
   if (op.kind() == FileOpKind::kMove) {
     ViewSetFile(view, (op.target_dir() + NameOf(old_path)).c_str(), -1, state.modified);
   } else if (op.kind() == FileOpKind::kDelete) {
-    if (state.list_count >= 2)
-      RunViewCommand(view, state.list_pos + 1 < state.list_count ? "next" : "prev");
-    else
-      RunViewCommand(view, "close");
+    ViewForgetFile(view);
   }
 }
 

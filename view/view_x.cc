@@ -1847,6 +1847,26 @@ void ViewSetFile(Widget w, const char *path, int format, bool modified) {
   UpdateLabel(v);
 }
 
+void ViewForgetFile(Widget w) {
+  ViewRecord *v = FindView(w);
+  if (!v || v->busy) return;
+  v->modified = false;
+  if (!v->list || v->count < 2 || v->pos < 0 || v->pos >= v->count) return CloseView(v);
+  std::memmove(&v->list[v->pos], &v->list[v->pos + 1], static_cast<size_t>(v->count - v->pos - 1) * sizeof *v->list);
+  --v->count;
+  const int pos = std::min(v->pos, v->count - 1);
+  v->pos = -1;  // nothing of the list is shown now
+  if (LoadInto(v, v->list[pos].path, 0, true) != 0) {
+    if (!Alive(v)) return;
+    v->pos = pos;
+    UpdateLabel(v);
+    return;
+  }
+  if (!Alive(v)) return;
+  v->pos = pos;
+  PictureChanged(v, false);
+}
+
 void ExtractViewPages(Widget w, const char *dir) {
   ViewRecord *v = FindView(w);
   if (v && !v->busy) ExtractPages(v, dir ? dir : "");

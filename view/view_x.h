@@ -89,6 +89,10 @@ const TslPicture *ViewCurrentPicture(Widget w);
 // The view's file is now `path` (a save under another name): the list
 // entry and label follow; format -1 keeps the format index.
 void ViewSetFile(Widget w, const char *path, int format, bool modified);
+// The view's file is gone (deleted): it leaves the view's list and the
+// next file of the list is shown (the previous one after the last); a view
+// with nothing left closes.  Changes to the gone file are dropped.
+void ViewForgetFile(Widget w);
 // Writes every page of the view's multi-page file as PPM files into `dir`
 // (as the view's own extract command does with its directory).
 void ExtractViewPages(Widget w, const char *dir);

@@ -153,6 +153,7 @@ TEST_F(FileDialogs, DeleteAsksThenTheViewShowsTheNextFile) {
   ViewState state;
   ASSERT_TRUE(GetViewState(view, &state));
   EXPECT_EQ(state.path, b);
+  EXPECT_EQ(state.list_count, 1);  // the gone file left the list
 }
 
 TEST_F(FileDialogs, JpegRotationFromTheViewReloadsTheTurnedFile) {
