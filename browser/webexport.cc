@@ -5,6 +5,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
@@ -125,6 +126,28 @@ void StoreWebOptions(const WebOptions &o, SettingsRecord *settings) {
   h.Display = static_cast<uint16_t>(o.display);
   h.Sort = static_cast<uint16_t>(o.sort);
   std::snprintf(h.OutputDirectory, sizeof h.OutputDirectory, "%s", o.output_dir.c_str());
+}
+
+std::vector<FileEntry> ExportEntries(const FileList &list) {
+  std::vector<FileEntry> chosen;
+  for (bool all : {false, true}) {
+    for (int i = 0; i < list.count(); ++i) {
+      const FileEntry &e = list.at(i);
+      if ((all || e.selected) && !e.isDirectory() && !(e.state & kStateUnreadable)) chosen.push_back(e);
+    }
+    if (!chosen.empty()) break;
+  }
+  return chosen;
+}
+
+std::vector<std::string> SortedExportPaths(const std::string &directory, std::vector<FileEntry> entries, int sort) {
+  if ((sort & 0x7f) >= kSortName && (sort & 0x7f) <= kSortDescription)
+    std::stable_sort(entries.begin(), entries.end(),
+                     [sort](const FileEntry &a, const FileEntry &b) { return CompareEntries(a, b, sort) < 0; });
+  std::vector<std::string> paths;
+  const std::string dir = WithSlash(directory);
+  for (const FileEntry &e : entries) paths.push_back(dir + e.name);
+  return paths;
 }
 
 int WebPageCount(int pictures, int columns, int rows) {
@@ -302,23 +325,31 @@ bool WebExport::DoPicture(WebExportUi &ui, const std::string &path) {
   auto ask = [&](const std::string &what) { return ui.Confirm(what + "\n\nDo you want to continue ?"); };
 
   ui.Status("Loading " + w.name);
+  // The caption's size and colours come from the file; the picture itself
+  // is decoded reduced to about the thumbnail's size.
   LoadRequest load;
   FillLoadRequest(*settings_, -1, 0, false, &load);
   load.params.flags |= TSL_FLAG_UNATTENDED;
+  TslFileInfo info;
+  int code = tslFileInformationEx(path.c_str(), &load.params, &info);
   Picture pic;
-  const int code = tslLoad(path.c_str(), &pic.p, &load.params);
+  if (code == TSL_OK) {
+    w.width = static_cast<int>(info.width);
+    w.height = static_cast<int>(info.height);
+    w.bits_per_pixel = info.bits_per_plane * info.planes;
+    w.colors = static_cast<int>(info.colors);
+    load.params.format = info.format;
+    load.params.target_width = options_.thumb_width;
+    load.params.target_height = options_.thumb_height;
+    code = tslLoad(path.c_str(), &pic.p, &load.params);
+  }
   if (code != TSL_OK) {
-    TslFileInfo info;
-    tslFileInformation(path.c_str(), -1, 0, &info);
     const std::string text = LoadErrorText(path.c_str(), code, info.message);
     tslFileInformationFree(&info);
     return ask(text);
   }
+  tslFileInformationFree(&info);
   const TslPicture &p = pic.p;
-  w.width = static_cast<int>(p.width);
-  w.height = static_cast<int>(p.height);
-  w.bits_per_pixel = TSL_IS_TRUECOLOR(p.color_model) ? 8 * p.bytes_per_pixel : p.color_model == TSL_BINARY ? 1 : 8;
-  w.colors = p.colors > 0 ? p.colors : p.color_model == TSL_BINARY ? 2 : 256;
   struct stat st;
   if (::stat(path.c_str(), &st) == 0) {
     w.size = static_cast<uint64_t>(st.st_size);

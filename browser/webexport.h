@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "browser/filelist.h"
 #include "core/settings.h"
 
 namespace quilla {
@@ -36,6 +37,13 @@ struct WebOptions {
   std::string output_dir;      // ends with "/" once Normalized
   std::string home_page = "https://quilla.example.org/";  // the credit line's link
 };
+
+// The entries of a listed directory that an export covers: the selected
+// files, or every file when none is selected; never directories, nor files
+// the thumbnail loop found unreadable.
+std::vector<FileEntry> ExportEntries(const FileList &list);
+// Their paths in the order of a sort setting (key | kSortReverse).
+std::vector<std::string> SortedExportPaths(const std::string &directory, std::vector<FileEntry> entries, int sort);
 
 // The options from the Html.* settings and back.
 WebOptions WebOptionsFromSettings(const SettingsRecord &settings);
