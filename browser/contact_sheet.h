@@ -96,6 +96,7 @@ class ContactSheet {
   const SheetLayout &layout() const { return layout_; }
   // The picture the next step places ("" when all are placed).
   std::string nextPath() const { return next_ < paths_.size() ? paths_[next_] : std::string(); }
+  size_t count() const { return paths_.size(); }
   // How many pictures are placed.
   size_t placed() const { return next_; }
   bool done() const { return next_ >= paths_.size() && page_done_ >= pages(); }

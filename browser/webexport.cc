@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "browser/filelist.h"
 #include "core/atomic_write.h"
 #include "files/fileop_model.h"
 #include "files/load_model.h"
@@ -298,7 +299,7 @@ bool WebExport::Start(WebExportUi &ui) {
       return false;
     }
   }
-  ui.Status("Creating...");
+  ui.ShowStatus("Creating...");
   return true;
 }
 
@@ -324,7 +325,7 @@ bool WebExport::DoPicture(WebExportUi &ui, const std::string &path) {
   w.name = FileNameOnly(path.c_str());
   auto ask = [&](const std::string &what) { return ui.Confirm(what + "\n\nDo you want to continue ?"); };
 
-  ui.Status("Loading " + w.name);
+  ui.ShowStatus("Loading " + w.name);
   // The caption's size and colours come from the file; the picture itself
   // is decoded reduced to about the thumbnail's size.
   LoadRequest load;
@@ -360,7 +361,7 @@ bool WebExport::DoPicture(WebExportUi &ui, const std::string &path) {
 
   // The source goes to original/ when copying, and when it is its own thumbnail.
   if (options_.copy_sources || w.original) {
-    ui.Status("Copying original file " + w.name);
+    ui.ShowStatus("Copying original file " + w.name);
     const std::string to = options_.output_dir + "original";
     bool copied = MakeDirectory(to);
     if (copied) {
@@ -380,15 +381,15 @@ bool WebExport::DoPicture(WebExportUi &ui, const std::string &path) {
     w.thumb_width = w.width;
     w.thumb_height = w.height;
   } else {
-    ui.Status("Resizing " + w.name);
+    ui.ShowStatus("Resizing " + w.name);
     WebThumbSize(w.width, w.height, options_.thumb_width, options_.thumb_height, &w.thumb_width, &w.thumb_height);
     Picture small;
     if (ResizePicture(&p, &small.p, static_cast<uint32_t>(w.thumb_width), static_cast<uint32_t>(w.thumb_height),
                       kResampleLinear) != kOpDone)
       return ask(Printf("%s\n\nNot enough memory", path.c_str()));
-    ui.Status("Converting " + w.name);
+    ui.ShowStatus("Converting " + w.name);
     std::string thumb = options_.output_dir + "thumb/" + WebThumbName(w.name);
-    ui.Status("Saving thumb/" + WebThumbName(w.name));
+    ui.ShowStatus("Saving thumb/" + WebThumbName(w.name));
     QuietSave quiet;
     SaveOptions so;
     so.unattended = true;

@@ -12,10 +12,12 @@
 #include <string>
 #include <vector>
 
-#include "browser/filelist.h"
 #include "core/settings.h"
 
 namespace quilla {
+
+class FileList;
+struct FileEntry;
 
 // Html.Display bits: what the cells show under the thumbnail.
 constexpr unsigned kWebShowName = 1, kWebShowSize = 2, kWebShowDimensions = 4, kWebShowDate = 8,
@@ -87,7 +89,7 @@ bool LaunchDetached(const std::vector<std::string> &args);
 class WebExportUi {
  public:
   virtual ~WebExportUi() = default;
-  virtual void Status(const std::string & /*text*/) {}
+  virtual void ShowStatus(const std::string & /*text*/) {}
   virtual void Message(const std::string &text) = 0;
   // A yes/no question; true for yes.
   virtual bool Confirm(const std::string &question) = 0;
