@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "browser/filelist.h"
 #include "browser/webexport.h"
 #include "test_util.h"
 
@@ -119,7 +120,7 @@ class ScriptedUi : public WebExportUi {
  public:
   std::vector<std::string> status, messages, questions;
   std::vector<bool> answers;
-  void Status(const std::string &t) override { status.push_back(t); }
+  void ShowStatus(const std::string &t) override { status.push_back(t); }
   void Message(const std::string &t) override { messages.push_back(t); }
   bool Confirm(const std::string &q) override {
     questions.push_back(q);
