@@ -39,8 +39,8 @@
 
 #include "browser/browser_dialogs_x.h"
 #include "browser/cache_db.h"
-#include "browser/descriptions.h"
 #include "browser/contact_sheet_x.h"
+#include "browser/descriptions.h"
 #include "browser/dirtree_x.h"
 #include "browser/filelist.h"
 #include "browser/icon_layout.h"

@@ -302,8 +302,8 @@ WebOptions ReadOptions(const ThumbDialog *d) {
   for (int i = 0; i < 5; ++i)
     if (XmToggleButtonGetState(d->display[i])) o.display |= 1u << i;
   o.sort = kByName;
-  for (const auto &s : kSorts)
-    if (XmToggleButtonGetState(XtNameToWidget(d->form, (std::string("*") + s.name).c_str()))) o.sort = s.key;
+  for (int i = 0; i < 5; ++i)
+    if (XmToggleButtonGetState(d->sort[i])) o.sort = kSorts[i].key;
   if (XmToggleButtonGetState(d->reverse)) o.sort |= kReverse;
   return o;
 }
