@@ -107,7 +107,7 @@ bool MakeContactSheets(Widget owner, const std::vector<std::string> &paths) {
   SelectorRequest request;
   request.title = "Contact Sheet...";
   request.mode = kSelectorSave;
-  request.initial = any.substr(0, any.rfind('/') + 1) + "contact.png";
+  request.initial = any.substr(0, any.rfind('/') + 1);  // the pictures' directory
   request.default_format = "png";
   SelectorResult result;
   if (!RunFileSelector(owner, request, &result) || result.paths.empty() || g_run) return false;
