@@ -15,7 +15,7 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <memory>
+#include <string>
 
 #include "browser/descriptions.h"
 #include "browser/webexport.h"
@@ -394,10 +394,9 @@ void Build(ThumbDialog *d, Widget parent) {
 
   Widget sorted = Frame(right, "frameSort", "Sorted by");
   Widget keys = XmCreateRadioBox(sorted, const_cast<char *>("radioSort"), nullptr, 0);
-  for (int i = 0; i < 5; ++i) {
-    const int key = (o.sort & 0x7f) >= kByName && (o.sort & 0x7f) <= kByType ? o.sort & 0x7f : kByName;
-    d->sort[i] = Toggle(keys, kSorts[i].name, kSorts[i].label, key == kSorts[i].key, true);
-  }
+  // A key the dialog does not offer (descriptions) shows as the name.
+  const int key = (o.sort & 0x7f) >= kByName && (o.sort & 0x7f) <= kByType ? o.sort & 0x7f : kByName;
+  for (int i = 0; i < 5; ++i) d->sort[i] = Toggle(keys, kSorts[i].name, kSorts[i].label, key == kSorts[i].key, true);
   XtManageChild(keys);
   d->reverse = Toggle(sorted, "toggleReverse", "Reverse", (o.sort & kReverse) != 0);
 
