@@ -39,11 +39,14 @@
 
 #include "browser/browser_dialogs_x.h"
 #include "browser/cache_db.h"
+#include "browser/contact_sheet_x.h"
 #include "browser/descriptions.h"
 #include "browser/dirtree_x.h"
 #include "browser/filelist.h"
 #include "browser/icon_layout.h"
 #include "browser/thumb_queue.h"
+#include "browser/webexport.h"
+#include "browser/webexport_x.h"
 #include "core/app_x.h"
 #include "core/display_x.h"
 #include "core/options_x.h"
@@ -760,7 +763,8 @@ const Item kFileItems[] = {
     {nullptr, nullptr, nullptr, nullptr, 0, false},
     {"convert", "Batch Convert...", "Ctrl<Key>n", "Ctrl+N", 'p', false},
     {"slideShow", "Slide Show...", "Ctrl<Key>l", "Ctrl+L", 'p', false},
-    {"webPage", "Web Page...", nullptr, nullptr, 'p', false},
+    {"webPage", "Web Page...", nullptr, nullptr, 'p', true},
+    {"contactSheet", "Contact Sheet...", nullptr, nullptr, 'p', true},
     {nullptr, nullptr, nullptr, nullptr, 0, false},
     {"close", "Close", "Ctrl<Key>w", "Ctrl+W", 'p', true},
     {"quit", "Quit", "Ctrl<Key>q", "Ctrl+Q", 'p', true},
@@ -1625,6 +1629,16 @@ void DoCommand(Browser *b, const std::string &w) {
     std::vector<std::string> paths;
     for (const std::string &name : SelectedFileNames(b)) paths.push_back(b->list.directory() + name);
     OpenMultiDialog(b->shell, paths);
+  } else if (w == "webPage" || w == "contactSheet") {
+    std::vector<FileEntry> entries = ExportEntries(b->list);
+    if (entries.empty()) {
+      XBell(XtDisplay(b->shell), 0);
+    } else if (w == "webPage") {
+      const std::string dir = b->list.directory();
+      OpenWebExport(b->shell, dir, [dir, entries](int sort) { return SortedExportPaths(dir, entries, sort); });
+    } else {
+      MakeContactSheets(b->shell, SortedExportPaths(b->list.directory(), std::move(entries), b->sort));
+    }
   } else if (w == "rename") {
     StartRename(b);
   } else if (w == "cancelRename") {

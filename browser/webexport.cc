@@ -5,11 +5,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
 
+#include "browser/filelist.h"
 #include "core/atomic_write.h"
 #include "files/fileop_model.h"
 #include "files/load_model.h"
@@ -125,6 +127,28 @@ void StoreWebOptions(const WebOptions &o, SettingsRecord *settings) {
   h.Display = static_cast<uint16_t>(o.display);
   h.Sort = static_cast<uint16_t>(o.sort);
   std::snprintf(h.OutputDirectory, sizeof h.OutputDirectory, "%s", o.output_dir.c_str());
+}
+
+std::vector<FileEntry> ExportEntries(const FileList &list) {
+  std::vector<FileEntry> chosen;
+  for (bool all : {false, true}) {
+    for (int i = 0; i < list.count(); ++i) {
+      const FileEntry &e = list.at(i);
+      if ((all || e.selected) && !e.isDirectory() && !(e.state & kStateUnreadable)) chosen.push_back(e);
+    }
+    if (!chosen.empty()) break;
+  }
+  return chosen;
+}
+
+std::vector<std::string> SortedExportPaths(const std::string &directory, std::vector<FileEntry> entries, int sort) {
+  if ((sort & 0x7f) >= kSortName && (sort & 0x7f) <= kSortDescription)
+    std::stable_sort(entries.begin(), entries.end(),
+                     [sort](const FileEntry &a, const FileEntry &b) { return CompareEntries(a, b, sort) < 0; });
+  std::vector<std::string> paths;
+  const std::string dir = WithSlash(directory);
+  for (const FileEntry &e : entries) paths.push_back(dir + e.name);
+  return paths;
 }
 
 int WebPageCount(int pictures, int columns, int rows) {
@@ -275,7 +299,7 @@ bool WebExport::Start(WebExportUi &ui) {
       return false;
     }
   }
-  ui.Status("Creating...");
+  ui.ShowStatus("Creating...");
   return true;
 }
 
@@ -301,24 +325,32 @@ bool WebExport::DoPicture(WebExportUi &ui, const std::string &path) {
   w.name = FileNameOnly(path.c_str());
   auto ask = [&](const std::string &what) { return ui.Confirm(what + "\n\nDo you want to continue ?"); };
 
-  ui.Status("Loading " + w.name);
+  ui.ShowStatus("Loading " + w.name);
+  // The caption's size and colours come from the file; the picture itself
+  // is decoded reduced to about the thumbnail's size.
   LoadRequest load;
   FillLoadRequest(*settings_, -1, 0, false, &load);
   load.params.flags |= TSL_FLAG_UNATTENDED;
+  TslFileInfo info;
+  int code = tslFileInformationEx(path.c_str(), &load.params, &info);
   Picture pic;
-  const int code = tslLoad(path.c_str(), &pic.p, &load.params);
+  if (code == TSL_OK) {
+    w.width = static_cast<int>(info.width);
+    w.height = static_cast<int>(info.height);
+    w.bits_per_pixel = info.bits_per_plane * info.planes;
+    w.colors = static_cast<int>(info.colors);
+    load.params.format = info.format;
+    load.params.target_width = options_.thumb_width;
+    load.params.target_height = options_.thumb_height;
+    code = tslLoad(path.c_str(), &pic.p, &load.params);
+  }
   if (code != TSL_OK) {
-    TslFileInfo info;
-    tslFileInformation(path.c_str(), -1, 0, &info);
     const std::string text = LoadErrorText(path.c_str(), code, info.message);
     tslFileInformationFree(&info);
     return ask(text);
   }
+  tslFileInformationFree(&info);
   const TslPicture &p = pic.p;
-  w.width = static_cast<int>(p.width);
-  w.height = static_cast<int>(p.height);
-  w.bits_per_pixel = TSL_IS_TRUECOLOR(p.color_model) ? 8 * p.bytes_per_pixel : p.color_model == TSL_BINARY ? 1 : 8;
-  w.colors = p.colors > 0 ? p.colors : p.color_model == TSL_BINARY ? 2 : 256;
   struct stat st;
   if (::stat(path.c_str(), &st) == 0) {
     w.size = static_cast<uint64_t>(st.st_size);
@@ -329,7 +361,7 @@ bool WebExport::DoPicture(WebExportUi &ui, const std::string &path) {
 
   // The source goes to original/ when copying, and when it is its own thumbnail.
   if (options_.copy_sources || w.original) {
-    ui.Status("Copying original file " + w.name);
+    ui.ShowStatus("Copying original file " + w.name);
     const std::string to = options_.output_dir + "original";
     bool copied = MakeDirectory(to);
     if (copied) {
@@ -349,15 +381,15 @@ bool WebExport::DoPicture(WebExportUi &ui, const std::string &path) {
     w.thumb_width = w.width;
     w.thumb_height = w.height;
   } else {
-    ui.Status("Resizing " + w.name);
+    ui.ShowStatus("Resizing " + w.name);
     WebThumbSize(w.width, w.height, options_.thumb_width, options_.thumb_height, &w.thumb_width, &w.thumb_height);
     Picture small;
     if (ResizePicture(&p, &small.p, static_cast<uint32_t>(w.thumb_width), static_cast<uint32_t>(w.thumb_height),
                       kResampleLinear) != kOpDone)
       return ask(Printf("%s\n\nNot enough memory", path.c_str()));
-    ui.Status("Converting " + w.name);
+    ui.ShowStatus("Converting " + w.name);
     std::string thumb = options_.output_dir + "thumb/" + WebThumbName(w.name);
-    ui.Status("Saving thumb/" + WebThumbName(w.name));
+    ui.ShowStatus("Saving thumb/" + WebThumbName(w.name));
     QuietSave quiet;
     SaveOptions so;
     so.unattended = true;

@@ -16,6 +16,9 @@
 
 namespace quilla {
 
+class FileList;
+struct FileEntry;
+
 // Html.Display bits: what the cells show under the thumbnail.
 constexpr unsigned kWebShowName = 1, kWebShowSize = 2, kWebShowDimensions = 4, kWebShowDate = 8,
                    kWebShowAnnotation = 16;
@@ -36,6 +39,13 @@ struct WebOptions {
   std::string output_dir;      // ends with "/" once Normalized
   std::string home_page = "https://quilla.example.org/";  // the credit line's link
 };
+
+// The entries of a listed directory that an export covers: the selected
+// files, or every file when none is selected; never directories, nor files
+// the thumbnail loop found unreadable.
+std::vector<FileEntry> ExportEntries(const FileList &list);
+// Their paths in the order of a sort setting (key | kSortReverse).
+std::vector<std::string> SortedExportPaths(const std::string &directory, std::vector<FileEntry> entries, int sort);
 
 // The options from the Html.* settings and back.
 WebOptions WebOptionsFromSettings(const SettingsRecord &settings);
@@ -79,7 +89,7 @@ bool LaunchDetached(const std::vector<std::string> &args);
 class WebExportUi {
  public:
   virtual ~WebExportUi() = default;
-  virtual void Status(const std::string & /*text*/) {}
+  virtual void ShowStatus(const std::string & /*text*/) {}
   virtual void Message(const std::string &text) = 0;
   // A yes/no question; true for yes.
   virtual bool Confirm(const std::string &question) = 0;

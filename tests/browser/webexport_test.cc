@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "browser/filelist.h"
 #include "browser/webexport.h"
 #include "test_util.h"
 
@@ -94,11 +95,32 @@ TEST(WebPages, SettingsThumbSizeAndBrowserCommand) {
   EXPECT_EQ(WebBrowserArguments(nullptr, o)[0], "netscape");
 }
 
+TEST(WebPages, SelectionOrAllFilesInTheChosenOrder) {
+  TempDir dir;
+  testutil::WriteFile(dir.file("b.png"), "xxx");
+  testutil::WriteFile(dir.file("a.gif"), "x");
+  testutil::WriteFile(dir.file("c.jpg"), "xx");
+  ::mkdir(dir.file("sub").c_str(), 0777);
+  FileList list;
+  ASSERT_TRUE(list.read(dir.path()));
+  list.sort(kSortName);
+  const std::string d = dir.path() + "/";
+  // Nothing selected (or only a directory): every file.
+  for (int i = 0; i < list.count(); ++i) list.at(i).selected = list.at(i).isDirectory();
+  EXPECT_EQ(SortedExportPaths(d, ExportEntries(list), kSortSize | kSortReverse),
+            (std::vector<std::string>{d + "b.png", d + "c.jpg", d + "a.gif"}));
+  EXPECT_EQ(SortedExportPaths(dir.path(), ExportEntries(list), kSortExtension),
+            (std::vector<std::string>{d + "a.gif", d + "c.jpg", d + "b.png"}));
+  for (int i = 0; i < list.count(); ++i) list.at(i).selected = list.at(i).name[0] != 'b';
+  EXPECT_EQ(SortedExportPaths(d, ExportEntries(list), kSortName | kSortReverse),
+            (std::vector<std::string>{d + "c.jpg", d + "a.gif"}));
+}
+
 class ScriptedUi : public WebExportUi {
  public:
   std::vector<std::string> status, messages, questions;
   std::vector<bool> answers;
-  void Status(const std::string &t) override { status.push_back(t); }
+  void ShowStatus(const std::string &t) override { status.push_back(t); }
   void Message(const std::string &t) override { messages.push_back(t); }
   bool Confirm(const std::string &q) override {
     questions.push_back(q);
