@@ -38,6 +38,7 @@ class BubbleTest : public ::testing::Test {
     g_enabled = true;
   }
   void TearDown() override {
+    if (!dpy_) return;
     if (shell_) XtDestroyWidget(shell_);
     Pump(20);
   }

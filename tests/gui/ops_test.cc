@@ -177,6 +177,7 @@ bool SameRegion(const TslPicture &big, int x, int y, const TslPicture &small) {
 
 TEST_F(OpsTest, MenusReachEveryOperationAndEveryEntryRunsOne) {
   Open("QUILLA_TEST_DISPLAY");
+  if (IsSkipped() || HasFatalFailure()) return;
   Widget shell = OpenPicture(TSL_RGB, 80, 60);
   ASSERT_NE(shell, nullptr);
   EXPECT_TRUE(XtIsSensitive(XtNameToWidget(shell, "*MenuEdit.crop")));
@@ -220,6 +221,7 @@ TEST_F(OpsTest, MenusReachEveryOperationAndEveryEntryRunsOne) {
 
 TEST_F(OpsTest, ParameterDialogReturnAppliesEscapeCancelsUndoRestores) {
   Open("QUILLA_TEST_DISPLAY");
+  if (IsSkipped() || HasFatalFailure()) return;
   Widget shell = OpenPicture(TSL_RGB, 90, 70);
   ASSERT_NE(shell, nullptr);
   testutil::Pic original = Copy(shell);
@@ -264,6 +266,7 @@ TEST_F(OpsTest, ParameterDialogReturnAppliesEscapeCancelsUndoRestores) {
 
 TEST_F(OpsTest, RefusedOperationIsExplainedAndChangesNothing) {
   Open("QUILLA_TEST_DISPLAY");
+  if (IsSkipped() || HasFatalFailure()) return;
   Widget shell = OpenPicture(TSL_BINARY, 40, 30);
   ASSERT_NE(shell, nullptr);
   guitest::AnswerMessageBoxes boxes;
@@ -277,6 +280,7 @@ TEST_F(OpsTest, RefusedOperationIsExplainedAndChangesNothing) {
 
 TEST_F(OpsTest, CropToTheRectangleDrawnAtTwoZooms) {
   Open("QUILLA_TEST_DISPLAY");
+  if (IsSkipped() || HasFatalFailure()) return;
   Widget shell = OpenPicture(TSL_RGB, 120, 90);
   ASSERT_NE(shell, nullptr);
   ASSERT_DOUBLE_EQ(State(shell).zoom, 100.0);
@@ -326,6 +330,7 @@ TEST_F(OpsTest, CropToTheRectangleDrawnAtTwoZooms) {
 
 TEST_F(OpsTest, CropWithoutSelectionAsksForTheRectangle) {
   Open("QUILLA_TEST_DISPLAY");
+  if (IsSkipped() || HasFatalFailure()) return;
   Widget shell = OpenPicture(TSL_RGB, 64, 48);
   ASSERT_NE(shell, nullptr);
   g_step = [this](Widget d) {
@@ -343,6 +348,7 @@ TEST_F(OpsTest, CropWithoutSelectionAsksForTheRectangle) {
 
 TEST_F(OpsTest, AutoCropTrimsTheBackgroundBorderOrSaysNothingIsLeft) {
   Open("QUILLA_TEST_DISPLAY");
+  if (IsSkipped() || HasFatalFailure()) return;
   testutil::Pic p(testutil::MakePicture(TSL_RGB, 40, 30));
   for (uint32_t y = 0; y < 30; ++y)
     for (uint32_t x = 0; x < 40; ++x) {
@@ -367,6 +373,7 @@ TEST_F(OpsTest, AutoCropTrimsTheBackgroundBorderOrSaysNothingIsLeft) {
 
 TEST_F(OpsTest, ResizeToATypedSizeKeepingTheRatio) {
   Open("QUILLA_TEST_DISPLAY");
+  if (IsSkipped() || HasFatalFailure()) return;
   Widget shell = OpenPicture(TSL_RGB, 120, 90);
   ASSERT_NE(shell, nullptr);
   Settings().Resize.KeepRatio = true;
@@ -410,6 +417,7 @@ TEST_F(OpsTest, ResizeToATypedSizeKeepingTheRatio) {
 
 TEST_F(OpsTest, AdvancedOperationsListIsBuiltAppliedAndKept) {
   Open("QUILLA_TEST_DISPLAY");
+  if (IsSkipped() || HasFatalFailure()) return;
   Widget shell = OpenPicture(TSL_RGB, 50, 40);
   ASSERT_NE(shell, nullptr);
   testutil::Pic original = Copy(shell);
@@ -461,6 +469,7 @@ TEST_F(OpsTest, AdvancedOperationsListIsBuiltAppliedAndKept) {
 
 TEST_F(OpsTest, UserFiltersApplyAndAreSavedOnlyWhenChanged) {
   Open("QUILLA_TEST_DISPLAY");
+  if (IsSkipped() || HasFatalFailure()) return;
   const std::string home = dir_.file("home");
   ASSERT_EQ(std::system(("mkdir -p '" + home + "/.quilla'").c_str()), 0);
   const std::string file = home + "/.quilla/udf.dat";
@@ -531,6 +540,7 @@ TEST_F(OpsTest, UserFiltersApplyAndAreSavedOnlyWhenChanged) {
 
 TEST_F(OpsTest, EightBitScreenRunsTheSameDialogs) {
   Open("QUILLA_TEST_DISPLAY8");
+  if (IsSkipped() || HasFatalFailure()) return;
   Widget shell = OpenPicture(TSL_INDEXED, 60, 40);
   ASSERT_NE(shell, nullptr);
   testutil::Pic original = Copy(shell);

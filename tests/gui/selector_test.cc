@@ -188,6 +188,7 @@ class SelectorTest : public ::testing::Test {
 
 TEST_F(SelectorTest, TypedPathAndReturnOpensAViewFromTheStartWindow) {
   Open("QUILLA_TEST_DISPLAY");
+  if (IsSkipped() || HasFatalFailure()) return;
   const std::string path = Picture("typed_name.png");
   Picture("other.png");
   std::string title, button;
@@ -219,6 +220,7 @@ TEST_F(SelectorTest, TypedPathAndReturnOpensAViewFromTheStartWindow) {
 
 TEST_F(SelectorTest, TabCompletesAndEscapeCancels) {
   Open("QUILLA_TEST_DISPLAY");
+  if (IsSkipped() || HasFatalFailure()) return;
   ::mkdir(dir_.file("photos").c_str(), 0755);
   Picture("photos/summer_01.png");
   Picture("photos/summer_02.png");
@@ -253,6 +255,7 @@ TEST_F(SelectorTest, TabCompletesAndEscapeCancels) {
 
 TEST_F(SelectorTest, OverwriteDeclinedKeepsTheFileAcceptedReplacesIt) {
   Open("QUILLA_TEST_DISPLAY");
+  if (IsSkipped() || HasFatalFailure()) return;
   const std::string source = Picture("source.png");
   const std::string target = Picture("target.png", TSL_GREY);
   const std::string before = testutil::ReadFile(target);
@@ -297,6 +300,7 @@ TEST_F(SelectorTest, OverwriteDeclinedKeepsTheFileAcceptedReplacesIt) {
 
 TEST_F(SelectorTest, SaveFormatFollowsTheTypedExtensionElseTheComboBox) {
   Open("QUILLA_TEST_DISPLAY");
+  if (IsSkipped() || HasFatalFailure()) return;
   const std::string source = Picture("source.png", TSL_INDEXED);
   Widget view = OpenViewOnFile(App().shell, source.c_str(), 0);
   ASSERT_NE(view, nullptr);
@@ -333,6 +337,7 @@ TEST_F(SelectorTest, SaveFormatFollowsTheTypedExtensionElseTheComboBox) {
 
 TEST_F(SelectorTest, OwnerGoingAwayEndsTheSelector) {
   Open("QUILLA_TEST_DISPLAY");
+  if (IsSkipped() || HasFatalFailure()) return;
   Widget window = XtVaCreatePopupShell("QuillView", topLevelShellWidgetClass, App().shell, XmNwidth, 100, XmNheight,
                                        80, nullptr);
   XtPopup(window, XtGrabNone);
@@ -356,6 +361,7 @@ TEST_F(SelectorTest, OwnerGoingAwayEndsTheSelector) {
 // for the command to end, then the view goes and nothing is written.
 TEST_F(SelectorTest, ViewClosedDuringItsSaveDialogClosesAfterIt) {
   Open("QUILLA_TEST_DISPLAY");
+  if (IsSkipped() || HasFatalFailure()) return;
   const std::string path = Picture("keep.png");
   Widget view = OpenViewOnFile(App().shell, path.c_str(), 0);
   ASSERT_NE(view, nullptr);
@@ -373,6 +379,7 @@ TEST_F(SelectorTest, ViewClosedDuringItsSaveDialogClosesAfterIt) {
 
 TEST_F(SelectorTest, SavingOntoADirectoryEntersItWithoutAsking) {
   Open("QUILLA_TEST_DISPLAY");
+  if (IsSkipped() || HasFatalFailure()) return;
   ::mkdir(dir_.file("inner").c_str(), 0755);
   std::string place, field;
   steps_ = {[&](Widget) {
@@ -397,6 +404,7 @@ TEST_F(SelectorTest, SavingOntoADirectoryEntersItWithoutAsking) {
 
 TEST_F(SelectorTest, DirectoryModeAcceptsTheDirectoryAndSeveralFilesOpenAsAList) {
   Open("QUILLA_TEST_DISPLAY");
+  if (IsSkipped() || HasFatalFailure()) return;
   ::mkdir(dir_.file("out").c_str(), 0755);
   steps_ = {[&](Widget) {
     Type("/out");
@@ -430,6 +438,7 @@ TEST_F(SelectorTest, DirectoryModeAcceptsTheDirectoryAndSeveralFilesOpenAsAList)
 
 TEST_F(SelectorTest, ExtractIntoWritesThePagesWhereChosen) {
   Open("QUILLA_TEST_DISPLAY");
+  if (IsSkipped() || HasFatalFailure()) return;
   const std::string path = dir_.file("pages.gif");
   ASSERT_TRUE(guitest::WritePages(path, "gif", 2, TSL_INDEXED, 20, 10));
   ::mkdir(dir_.file("out").c_str(), 0755);
@@ -459,6 +468,7 @@ TEST_F(SelectorTest, ExtractIntoWritesThePagesWhereChosen) {
 
 TEST_F(SelectorTest, AncestorAndRecentMenusMove) {
   Open("QUILLA_TEST_DISPLAY");
+  if (IsSkipped() || HasFatalFailure()) return;
   ::mkdir(dir_.file("a").c_str(), 0755);
   ::mkdir(dir_.file("a/b").c_str(), 0755);
   RememberDirectory(&Settings(), dir_.file("a"));
@@ -534,6 +544,7 @@ TEST_F(SelectorTest, PreviewShowsInformationOrUnavailable) {
 
 TEST_F(SelectorTest, FormatListSortedByNameOrById) {
   Open("QUILLA_TEST_DISPLAY");
+  if (IsSkipped() || HasFatalFailure()) return;
   Widget shell = ShowFormatList(owner_);
   ASSERT_NE(shell, nullptr);
   Pump();

@@ -122,6 +122,7 @@ class ViewTest : public ::testing::Test {
 
 TEST_F(ViewTest, OpensWithItsWidgetTreeAtOneToOne) {
   Open("QUILLA_TEST_DISPLAY");
+  if (IsSkipped() || HasFatalFailure()) return;
   const std::string path = Picture("a.png", TSL_RGB, 300, 200);
   Widget shell = OpenViewOnFile(App().shell, path.c_str(), 0);
   ASSERT_NE(shell, nullptr);
@@ -188,6 +189,7 @@ TEST_F(ViewTest, ScrollBarsOnlyWhereThePictureIsLarger) {
 // a picture without transparency has no mask.
 TEST_F(ViewTest, MaskOfAPictureWithAlpha) {
   Open("QUILLA_TEST_DISPLAY");
+  if (IsSkipped() || HasFatalFailure()) return;
   const std::string path = Picture("alpha.png", TSL_RGBA, 64, 48, 3);
   Widget shell = OpenViewOnFile(App().shell, path.c_str(), 0);
   ASSERT_NE(shell, nullptr);
@@ -213,6 +215,7 @@ TEST_F(ViewTest, MaskOfAPictureWithAlpha) {
 // upright; the file itself is not changed and the view is not modified.
 TEST_F(ViewTest, ExifOrientationIsShownUpright) {
   Open("QUILLA_TEST_DISPLAY");
+  if (IsSkipped() || HasFatalFailure()) return;
   if (std::system("command -v exiftool >/dev/null 2>&1") != 0) GTEST_SKIP() << "exiftool missing";
   const std::string path = dir_.file("turned.png");
   ASSERT_TRUE(guitest::WriteTurnedPicture(path));
@@ -233,6 +236,7 @@ TEST_F(ViewTest, ExifOrientationIsShownUpright) {
 
 TEST_F(ViewTest, WindowPixelsAreThePicturePixelsAtOneToOne) {
   Open("QUILLA_TEST_DISPLAY");
+  if (IsSkipped() || HasFatalFailure()) return;
   if (CurrentVisual().info.cls != kTrueColor) GTEST_SKIP() << "needs a TrueColor visual";
   const std::string path = Picture("b.png", TSL_RGB, 120, 90, 7);
   Widget shell = OpenViewOnFile(App().shell, path.c_str(), 0);
@@ -243,6 +247,7 @@ TEST_F(ViewTest, WindowPixelsAreThePicturePixelsAtOneToOne) {
 
 TEST_F(ViewTest, KeysZoomScrollRotateAndUndo) {
   Open("QUILLA_TEST_DISPLAY");
+  if (IsSkipped() || HasFatalFailure()) return;
   Widget shell = OpenViewOnFile(App().shell, Picture("c.png", TSL_RGB, 200, 100).c_str(), 0);
   ASSERT_NE(shell, nullptr);
   Pump();
@@ -287,6 +292,7 @@ TEST_F(ViewTest, KeysZoomScrollRotateAndUndo) {
 
 TEST_F(ViewTest, ActionNeedsExactlyOneParameter) {
   Open("QUILLA_TEST_DISPLAY");
+  if (IsSkipped() || HasFatalFailure()) return;
   Widget shell = OpenViewOnFile(App().shell, Picture("d.png", TSL_RGB, 64, 64).c_str(), 0);
   ASSERT_NE(shell, nullptr);
   Pump();
@@ -304,6 +310,7 @@ TEST_F(ViewTest, ActionNeedsExactlyOneParameter) {
 
 TEST_F(ViewTest, OneViewWalksItsListWithSpaceAndPageKeys) {
   Open("QUILLA_TEST_DISPLAY");
+  if (IsSkipped() || HasFatalFailure()) return;
   FileListEntry *list = List({Picture("l1.png", TSL_RGB, 50, 40), Picture("l2.png", TSL_RGB, 60, 40),
                                Picture("l3.png", TSL_RGB, 70, 40)});
   Widget shell = OpenViewOnList(App().shell, list, 3, 0);
@@ -328,6 +335,7 @@ TEST_F(ViewTest, OneViewWalksItsListWithSpaceAndPageKeys) {
 
 TEST_F(ViewTest, PagesAndAnimation) {
   Open("QUILLA_TEST_DISPLAY");
+  if (IsSkipped() || HasFatalFailure()) return;
   const std::string path = dir_.file("anim.gif");
   ASSERT_TRUE(guitest::WritePages(path, "gif", 3, TSL_INDEXED, 40, 30));
 
@@ -374,6 +382,7 @@ TEST_F(ViewTest, PagesAndAnimation) {
 
 TEST_F(ViewTest, EightBitWindowUsesTheColourCube) {
   Open("QUILLA_TEST_DISPLAY8");
+  if (IsSkipped() || HasFatalFailure()) return;
   if (CurrentVisual().info.depth != 8) GTEST_SKIP() << "needs an 8-bit visual";
   Widget shell = OpenViewOnFile(App().shell, Picture("e.png", TSL_RGB, 64, 48, 5).c_str(), 0);
   ASSERT_NE(shell, nullptr);
@@ -396,6 +405,7 @@ TEST_F(ViewTest, EightBitWindowUsesTheColourCube) {
 
 TEST_F(ViewTest, OnlyOneViewLoadsIntoTheOpenWindowAndPickerFollowsThePointer) {
   Open("QUILLA_TEST_DISPLAY");
+  if (IsSkipped() || HasFatalFailure()) return;
   Settings().View.OnlyOneView = true;
   Widget first = OpenViewOnFile(App().shell, Picture("o1.png", TSL_RGB, 80, 60).c_str(), 0);
   Widget second = OpenViewOnFile(App().shell, Picture("o2.png", TSL_GREY, 90, 70).c_str(), 0);
@@ -521,6 +531,7 @@ TEST_F(LargeJpegTest, FullPictureArrivesInTheBackgroundWithoutChangingTheScreen)
 // being decoded wait for it, and show its own pixels.
 TEST_F(LargeJpegTest, CommandsWaitForTheFullPicture) {
   Open("QUILLA_TEST_DISPLAY");
+  if (IsSkipped() || HasFatalFailure()) return;
   if (CurrentVisual().info.cls != kTrueColor) GTEST_SKIP() << "needs a TrueColor visual";
   const int sw = DisplayWidth(dpy_, App().screen), sh = DisplayHeight(dpy_, App().screen);
   const std::string path = BigJpeg(dir_.file("big.jpg"), sw * 3, sh * 3);
@@ -586,6 +597,7 @@ TEST_F(LargeJpegTest, CommandsWaitForTheFullPicture) {
 // and nothing is left behind (the sanitizer build checks the leaks).
 TEST_F(LargeJpegTest, NextFileOrCloseDuringTheBackgroundDecode) {
   Open("QUILLA_TEST_DISPLAY");
+  if (IsSkipped() || HasFatalFailure()) return;
   const int sw = DisplayWidth(dpy_, App().screen), sh = DisplayHeight(dpy_, App().screen);
   const std::string a = BigJpeg(dir_.file("a.jpg"), sw * 3, sh * 3);
   const std::string b = BigJpeg(dir_.file("b.jpg"), sw * 4, sh * 4);
@@ -621,6 +633,7 @@ TEST_F(LargeJpegTest, NextFileOrCloseDuringTheBackgroundDecode) {
 // once.  No window of it is left behind.
 TEST_F(LargeJpegTest, CutShortOpensNoWindow) {
   Open("QUILLA_TEST_DISPLAY");
+  if (IsSkipped() || HasFatalFailure()) return;
   const int sw = DisplayWidth(dpy_, App().screen), sh = DisplayHeight(dpy_, App().screen);
   const std::string path = BigJpeg(dir_.file("cut.jpg"), sw * 3, sh * 3);
   ASSERT_EQ(truncate(path.c_str(), 4000), 0);
@@ -638,6 +651,7 @@ TEST_F(LargeJpegTest, CutShortOpensNoWindow) {
 // full picture decoded in the background.
 TEST_F(LargeJpegTest, StoredTurnedStaysUprightOnBothDecodes) {
   Open("QUILLA_TEST_DISPLAY");
+  if (IsSkipped() || HasFatalFailure()) return;
   if (std::system("command -v exiftool >/dev/null 2>&1") != 0) GTEST_SKIP() << "exiftool missing";
   const int sw = DisplayWidth(dpy_, App().screen), sh = DisplayHeight(dpy_, App().screen);
   // Stored 3 screen heights wide: upright it is 3 screen heights tall.
@@ -684,6 +698,7 @@ TEST_F(LargeJpegTest, StoredTurnedStaysUprightOnBothDecodes) {
 // makes no window and harms no other.
 TEST_F(ViewTest, DamagedPictureShowsTheBoxAndTheViewGoesOn) {
   Open("QUILLA_TEST_DISPLAY");
+  if (IsSkipped() || HasFatalFailure()) return;
   const std::string whole = testutil::ReadFile(Picture("whole.png", TSL_RGB, 70, 40, 2));
   const std::string cut = dir_.file("cut.png"), junk = dir_.file("junk.png");
   testutil::WriteFile(cut, whole.substr(0, whole.size() / 2));
