@@ -51,6 +51,7 @@
 #include "core/display_x.h"
 #include "core/options_x.h"
 #include "core/settings.h"
+#include "files/hexdump_x.h"
 #include "files/fileop_x.h"
 #include "files/jpegtrans_x.h"
 #include "files/multi_x.h"
@@ -749,7 +750,7 @@ struct Item {
 
 const Item kFileItems[] = {
     {"open", "Open", "Ctrl<Key>o", "Ctrl+O", 'p', true},
-    {"openHexa", "Open In Hex Dump", "Ctrl<Key>h", "Ctrl+H", 'p', false},
+    {"openHexa", "Open In Hex Dump", "Ctrl<Key>h", "Ctrl+H", 'p', true},
     {nullptr, nullptr, nullptr, nullptr, 0, false},
     {"describe", "Description...", "Ctrl<Key>d", "Ctrl+D", 'p', true},
     {"properties", "Properties...", "Ctrl<Key>e", "Ctrl+E", 'p', true},
@@ -1595,6 +1596,11 @@ void DoCommand(Browser *b, const std::string &w) {
     for (FileEntry &e : b->list.entries()) e.selected = !e.isDotDot();
     Redraw(b);
     ShowListStatus(b);
+  } else if (w == "openHexa") {
+    // The selected files (the current one when none is), each in its own dump.
+    const std::vector<std::string> names = SelectedFileNames(b);
+    if (names.empty()) XBell(XtDisplay(b->shell), 0);
+    for (const std::string &name : names) OpenHexDump(b->shell, b->list.directory() + name);
   } else if (w == "copyLocation") {
     CopyLocation(b);
   } else if (w == "open") {

@@ -33,6 +33,7 @@
 #include "browser/browser_x.h"
 #include "browser/filelist.h"
 #include "core/app_x.h"
+#include "files/hexdump_x.h"
 #include "core/display_x.h"
 #include "core/options_x.h"
 #include "core/settings.h"
@@ -445,6 +446,13 @@ TEST_F(BrowserTest, OpenTakesTheSelectionAndPropertiesTheCurrentFile) {
   XtGetSelectionValue(shell, XA_PRIMARY, XA_STRING, got, &into, XtLastTimestampProcessed(dpy_));
   ASSERT_TRUE(RunUntil([&] { return answered; }));
   EXPECT_EQ(pasted, d + "/b.png");
+
+  RunBrowserCommand("openHexa");
+  ASSERT_EQ(HexDumpCount(), 1);
+  HexDumpState dump;
+  ASSERT_TRUE(GetHexDumpState(HexDumpShellAt(0), &dump));
+  EXPECT_EQ(dump.path, d + "/b.png");
+  XtDestroyWidget(dump.shell);
 }
 
 TEST_F(BrowserTest, DescriptionsAndBookmarksRoundTrip) {
