@@ -697,6 +697,7 @@ void RereadDescriptions(Browser *b) {
 void QuickRefresh(Browser *b) {
   StopLoop(b);
   const std::string keep = b->current >= 0 ? b->list.at(b->current).name : "";
+  const int old_position = b->current;
   const std::string dir = b->list.directory();
   const DescriptionTable table = LoadDescriptions(dir);
   const bool ok = b->list.quickRefresh(
@@ -717,7 +718,8 @@ void QuickRefresh(Browser *b) {
     });
     b->list.sort(b->sort);
     b->current = keep.empty() ? -1 : PositionOfName(b, keep);
-    if (b->current < 0 && b->list.count()) b->current = 0;
+    // The current file went (moved, deleted): the one that took its place.
+    if (b->current < 0 && b->list.count()) b->current = std::clamp(old_position, 0, b->list.count() - 1);
   }
   Relayout(b);
   Redraw(b);
