@@ -48,6 +48,7 @@
 #include "core/display_x.h"
 #include "core/options_x.h"
 #include "core/settings.h"
+#include "files/batch_x.h"
 #include "files/load_x.h"
 #include "view/render_x.h"
 #include "view/toolbar_icons.h"
@@ -753,7 +754,7 @@ const Item kFileItems[] = {
     {"delete", "Delete", nullptr, "Del", 'p', false},
     {"copyLocation", "Copy Location", nullptr, nullptr, 'p', false},
     {nullptr, nullptr, nullptr, nullptr, 0, false},
-    {"convert", "Batch Convert...", "Ctrl<Key>n", "Ctrl+N", 'p', false},
+    {"convert", "Batch Convert...", "Ctrl<Key>n", "Ctrl+N", 'p', true},
     {"slideShow", "Slide Show...", "Ctrl<Key>l", "Ctrl+L", 'p', false},
     {"webPage", "Web Page...", nullptr, nullptr, 'p', false},
     {nullptr, nullptr, nullptr, nullptr, 0, false},
@@ -1550,6 +1551,11 @@ void DoCommand(Browser *b, const std::string &w) {
     ShowListStatus(b);
   } else if (w == "open") {
     OpenSelection(b);
+  } else if (w == "convert") {
+    std::vector<std::string> paths;
+    for (const FileEntry &e : b->list.entries())
+      if (e.selected && !e.isDirectory()) paths.push_back(b->list.pathOf(e));
+    OpenMultiConvert(b->shell, paths);
   } else if (w == "itemActivate") {
     Activate(b);
   } else if (w == "itemSelect") {

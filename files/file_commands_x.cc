@@ -10,6 +10,7 @@
 
 #include "core/app_x.h"
 #include "core/settings.h"
+#include "files/batch_x.h"
 #include "files/capture_x.h"
 #include "files/hexdump_x.h"
 #include "files/load_x.h"
@@ -128,6 +129,10 @@ bool RunFileCommand(Widget view, Widget owner, const char *word) {
     }
   } else if (std::strcmp(word, "capture") == 0) {
     ShowCaptureDialog(owner);
+  } else if (std::strcmp(word, "sequenceConvert") == 0) {
+    OpenSeqConvert(owner);
+  } else if (std::strcmp(word, "multiConvert") == 0) {
+    OpenMultiConvert(owner);
   } else if (std::strcmp(word, "slideShow") == 0) {
     OpenSlideDialog(SlideListFromSettings());
   } else {
