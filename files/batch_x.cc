@@ -408,7 +408,10 @@ void StartWork(Dialog *d, BatchRun run, const char *title) {
   w->dialog = d;
   g_work = w;
   XtSetSensitive(d->go, False);
-  w->progress = OpenProgress(w->owner, title, "");
+  // The first file's name until the first file is finished.
+  const std::vector<BatchJob> &jobs = w->run.jobs();
+  const std::string first = jobs.empty() ? "" : ConvertingText(FileNameOnly(jobs.front().input.c_str()));
+  w->progress = OpenProgress(w->owner, title, first.c_str());
   w->id = XtAppAddWorkProc(XtWidgetToApplicationContext(d->shell), WorkStep, w);
 }
 

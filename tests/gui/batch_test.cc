@@ -9,6 +9,7 @@
 #include <X11/Intrinsic.h>
 #include <X11/Shell.h>
 #include <Xm/TextF.h>
+#include <Xm/ToggleB.h>
 #include <Xm/Xm.h>
 #include <dirent.h>
 #include <fcntl.h>
@@ -30,6 +31,7 @@
 #include "test_util.h"
 #include "view/op_dialogs_x.h"
 #include "view/view_hooks_x.h"
+#include "widgets/MyComboBox.h"
 
 namespace {
 
@@ -159,6 +161,47 @@ TEST_F(BatchDialog, MultiConvertTypedAndRunMatchesItsScriptThroughTheConverter) 
 
   Type(shell, "key Escape");
   EXPECT_EQ(ShownMultiConvert(), nullptr);
+}
+
+// Sequence Convert typed field by field: the numbered inputs 1..3 step 2,
+// the output name given the chosen format's extension, turned right.
+TEST_F(BatchDialog, SequenceConvertTypedAndRun) {
+  for (int n : {1, 2, 3}) {
+    testutil::Pic pic(testutil::MakePicture(TSL_RGB, 40, 20, n));
+    TslParams p;
+    tslDefaultParams(&p);
+    p.format = tslFormatGetIndex("bmp");
+    p.flags = TSL_FLAG_SAVE;
+    ASSERT_EQ(tslSave(dir_.file("scan" + std::to_string(n) + ".bmp").c_str(), &pic, &p), TSL_OK);
+  }
+  ASSERT_TRUE(RunFileCommand(nullptr, owner_, "sequenceConvert"));
+  Widget shell = ShownSeqConvert();
+  ASSERT_NE(shell, nullptr);
+  Widget out_file = XtNameToWidget(shell, "*fncvOutputFile"), formats = XtNameToWidget(shell, "*fncvOutputList");
+  XmTextFieldSetString(out_file, const_cast<char *>("out##.bmp"));
+  MyComboBoxSelectPos(formats, MyComboBoxGetSelectedPos(formats));  // PNG chosen again
+  char *fixed = XmTextFieldGetString(out_file);
+  EXPECT_STREQ(fixed, "out##.png");
+  XtFree(fixed);
+  XmToggleButtonSetState(XtNameToWidget(shell, "*fncvRotateR"), True, True);
+  // The input directory has the keyboard; Tab goes on to the file name.
+  Type(shell, "type --delay 5 '" + dir_.path() + "'");
+  Type(shell, "key Tab");
+  Type(shell, "type --delay 5 'scan#.bmp'");
+  XmTextFieldSetString(XtNameToWidget(shell, "*fncvInputStart"), const_cast<char *>("1"));
+  XmTextFieldSetString(XtNameToWidget(shell, "*fncvInputEnd"), const_cast<char *>("3"));
+  XmTextFieldSetString(XtNameToWidget(shell, "*fncvInputStep"), const_cast<char *>("2"));
+  Type(shell, "key Return");
+  const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+  while (BatchRunning() && std::chrono::steady_clock::now() < until) XtAppProcessEvent(App().app, XtIMAll);
+  ASSERT_FALSE(BatchRunning());
+  EXPECT_EQ(Names(dir_.path()), (std::vector<std::string>{"out01.png", "out03.png", "scan1.bmp", "scan2.bmp",
+                                                          "scan3.bmp"}));
+  testutil::Info info;
+  ASSERT_EQ(testutil::FileInfo(dir_.file("out03.png"), &info), TSL_OK);
+  EXPECT_EQ(info->width, 20u);  // a quarter turn
+  Type(shell, "key Escape");
+  EXPECT_EQ(ShownSeqConvert(), nullptr);
 }
 
 }  // namespace
