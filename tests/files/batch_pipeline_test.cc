@@ -4,8 +4,6 @@
 // and nothing left behind by a stopped run.
 #include <gtest/gtest.h>
 
-#include <dirent.h>
-
 #include <algorithm>
 #include <map>
 #include <string>
@@ -25,18 +23,6 @@ using testutil::TempDir;
 
 int Fmt(const char *name) { return tslFormatGetIndex(name); }
 
-std::vector<std::string> Entries(const std::string &dir, bool hidden) {
-  std::vector<std::string> names;
-  if (DIR *d = ::opendir(dir.c_str())) {
-    while (dirent *e = ::readdir(d)) {
-      const std::string n = e->d_name;
-      if (n != "." && n != ".." && (hidden || n[0] != '.')) names.push_back(n);
-    }
-    ::closedir(d);
-  }
-  std::sort(names.begin(), names.end());
-  return names;
-}
 
 // Writes down everything the run shows or asks, in order (the folders'
 // names left out); says yes to every other overwrite question.
@@ -48,7 +34,7 @@ class LogUi : public BatchUi {
 
   int AskConversion(const std::string &path, const TslFormatInfo &, const TslPicture &, int) override {
     Log("convert " + path);
-    files_when_asked = Entries(out_dir_, false);
+    files_when_asked = testutil::DirNames(out_dir_, false);
     return 24;  // 256 colours
   }
   void Message(const std::string &text) override { Log("message " + text); }
@@ -114,7 +100,7 @@ Outcome RunOnce(unsigned threads, const char *format, OverwritePolicy policy, un
   Outcome o;
   o.log = ui.log;
   o.asked_with = ui.files_when_asked;
-  for (const std::string &name : Entries(out.path(), true)) o.files[name] = ReadFile(out.file(name));
+  for (const std::string &name : testutil::DirNames(out.path(), true)) o.files[name] = ReadFile(out.file(name));
   return o;
 }
 
@@ -159,7 +145,7 @@ TEST(BatchPipeline, StopLeavesNoTemporariesBehind) {
   EXPECT_FALSE(run.Step(ui, s.rec));
   run.Stop();
   EXPECT_TRUE(run.Step(ui, s.rec));
-  EXPECT_EQ(Entries(out.path(), true), std::vector<std::string>{"in0.png"});
+  EXPECT_EQ(testutil::DirNames(out.path(), true), std::vector<std::string>{"in0.png"});
 }
 
 }  // namespace

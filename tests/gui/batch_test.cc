@@ -11,7 +11,6 @@
 #include <Xm/TextF.h>
 #include <Xm/ToggleB.h>
 #include <Xm/Xm.h>
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -37,16 +36,7 @@ namespace {
 
 using namespace quilla;
 
-std::vector<std::string> Names(const std::string &dir) {
-  std::vector<std::string> names;
-  if (DIR *d = ::opendir(dir.c_str())) {
-    while (dirent *e = ::readdir(d))
-      if (e->d_name[0] != '.') names.push_back(e->d_name);
-    ::closedir(d);
-  }
-  std::sort(names.begin(), names.end());
-  return names;
-}
+using testutil::DirNames;
 
 std::vector<std::string> g_confirms;
 
@@ -145,7 +135,7 @@ TEST_F(BatchDialog, MultiConvertTypedAndRunMatchesItsScriptThroughTheConverter) 
   ASSERT_FALSE(BatchRunning());
   EXPECT_EQ(title, "Multi Converting...");
   EXPECT_EQ(g_confirms, std::vector<std::string>{"Do you want to overwrite\n<" + out + "/pic2.png> ?"});
-  const std::vector<std::string> made = Names(out);
+  const std::vector<std::string> made = DirNames(out);
   EXPECT_EQ(made, (std::vector<std::string>{"pic0.png", "pic1.png", "pic2.png", "pic3.png"}));
 
   // The script of the same dialog, into another directory, through tesconv.
@@ -155,7 +145,7 @@ TEST_F(BatchDialog, MultiConvertTypedAndRunMatchesItsScriptThroughTheConverter) 
   ASSERT_TRUE(WriteBatchScript(shell, script, &error)) << error;
   const std::string tesconv_dir = std::string(QUILLA_BINARY_DIR) + "/tools/tesconv";
   ASSERT_EQ(testutil::Run("PATH='" + tesconv_dir + "':$PATH sh '" + script + "'"), 0);
-  EXPECT_EQ(Names(by_script), made);
+  EXPECT_EQ(DirNames(by_script), made);
   for (const std::string &name : made)
     EXPECT_EQ(testutil::ReadFile(out + "/" + name), testutil::ReadFile(by_script + "/" + name)) << name;
 
@@ -195,7 +185,7 @@ TEST_F(BatchDialog, SequenceConvertTypedAndRun) {
   const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(60);
   while (BatchRunning() && std::chrono::steady_clock::now() < until) XtAppProcessEvent(App().app, XtIMAll);
   ASSERT_FALSE(BatchRunning());
-  EXPECT_EQ(Names(dir_.path()), (std::vector<std::string>{"out01.png", "out03.png", "scan1.bmp", "scan2.bmp",
+  EXPECT_EQ(DirNames(dir_.path()), (std::vector<std::string>{"out01.png", "out03.png", "scan1.bmp", "scan2.bmp",
                                                           "scan3.bmp"}));
   testutil::Info info;
   ASSERT_EQ(testutil::FileInfo(dir_.file("out03.png"), &info), TSL_OK);
