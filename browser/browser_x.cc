@@ -51,8 +51,9 @@
 #include "core/display_x.h"
 #include "core/options_x.h"
 #include "core/settings.h"
-#include "files/hexdump_x.h"
+#include "files/batch_x.h"
 #include "files/fileop_x.h"
+#include "files/hexdump_x.h"
 #include "files/jpegtrans_x.h"
 #include "files/multi_x.h"
 #include "files/load_x.h"
@@ -764,7 +765,7 @@ const Item kFileItems[] = {
     {"jpegTransform", "JPEG Lossless Transformations...", nullptr, nullptr, 'p', true},
     {"multiPage", "Multi-page File...", nullptr, nullptr, 'p', true},
     {nullptr, nullptr, nullptr, nullptr, 0, false},
-    {"convert", "Batch Convert...", "Ctrl<Key>n", "Ctrl+N", 'p', false},
+    {"convert", "Batch Convert...", "Ctrl<Key>n", "Ctrl+N", 'p', true},
     {"slideShow", "Slide Show...", "Ctrl<Key>l", "Ctrl+L", 'p', false},
     {"webPage", "Web Page...", nullptr, nullptr, 'p', true},
     {"contactSheet", "Contact Sheet...", nullptr, nullptr, 'p', true},
@@ -1607,6 +1608,10 @@ void DoCommand(Browser *b, const std::string &w) {
     CopyLocation(b);
   } else if (w == "open") {
     OpenSelection(b);
+  } else if (w == "convert") {
+    std::vector<std::string> paths;
+    for (const std::string &name : SelectedFileNames(b)) paths.push_back(b->list.directory() + name);
+    OpenMultiConvert(b->shell, paths);
   } else if (w == "itemActivate") {
     Activate(b);
   } else if (w == "itemSelect") {

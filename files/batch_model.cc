@@ -5,13 +5,19 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cctype>
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <set>
+#include <thread>
 
 #include "core/atomic_write.h"
+#include "files/batch_pipeline.h"
 #include "files/load_model.h"
 #include "imgproc/op_args.h"
 
@@ -31,6 +37,28 @@ bool SameFile(const std::string &a, const std::string &b) {
   struct stat sa, sb;
   return ::stat(a.c_str(), &sa) == 0 && ::stat(b.c_str(), &sb) == 0 && sa.st_dev == sb.st_dev &&
          sa.st_ino == sb.st_ino;
+}
+
+// A path for telling files apart before they exist: the real directory and
+// the name.
+std::string ComparablePath(const std::string &path) {
+  const size_t slash = path.rfind('/');
+  const std::string dir = slash == std::string::npos ? "." : slash == 0 ? "/" : path.substr(0, slash);
+  char resolved[PATH_MAX];
+  if (!::realpath(dir.c_str(), resolved)) return path;
+  return std::string(resolved) + "/" + path.substr(slash == std::string::npos ? 0 : slash + 1);
+}
+
+// The name "Rename" would have started from when `path` is one of its
+// names ("a_3.png" from "a.png"), else `path`.
+std::string RenamedFrom(const std::string &path) {
+  const size_t slash = path.rfind('/');
+  size_t dot = path.rfind('.');
+  if (dot == std::string::npos || (slash != std::string::npos && dot < slash)) dot = path.size();
+  size_t digits = dot;
+  while (digits > 0 && std::isdigit(static_cast<unsigned char>(path[digits - 1]))) --digits;
+  if (digits == dot || digits == 0 || path[digits - 1] != '_') return path;
+  return path.substr(0, digits - 1) + path.substr(dot);
 }
 
 std::string DirectoryOf(const std::string &path) {
@@ -84,25 +112,80 @@ int IndexOf(const std::string &word, std::initializer_list<const char *> list) {
 
 }  // namespace
 
-int BatchUi::LoadPicture(const std::string &path, int format, bool report_errors, const SettingsRecord &settings,
-                         TslPicture *pic) {
+int LoadForBatch(const std::string &path, int format, const SettingsRecord &settings, TslPicture *pic,
+                 std::string *error, TslProgressFunc progress, void *progress_data) {
   LoadRequest req;
   FillLoadRequest(settings, format == kDetectFormat ? -1 : format, 0, false, &req);
   req.params.flags |= TSL_FLAG_UNATTENDED;
+  req.params.progress = progress;
+  req.params.progress_data = progress_data;
   std::memset(pic, 0, sizeof *pic);
   const int code = tslLoad(path.c_str(), pic, &req.params);
-  if (code != TSL_OK && code != TSL_STOPPED && report_errors) {
+  if (code != TSL_OK && code != TSL_STOPPED && error) {
     TslFileInfo info;
     tslFileInformation(path.c_str(), format == kDetectFormat ? -1 : format, 0, &info);
-    Message(LoadErrorText(path.c_str(), code, info.message));
+    *error = LoadErrorText(path.c_str(), code, info.message);
     tslFileInformationFree(&info);
   }
   return code & 0xff;
 }
 
+int BatchUi::LoadPicture(const std::string &path, int format, bool report_errors, const SettingsRecord &settings,
+                         TslPicture *pic) {
+  std::string error;
+  const int code = LoadForBatch(path, format, settings, pic, &error);
+  if (!error.empty() && report_errors) Message(error);
+  return code;
+}
+
 std::string OverwriteQuestion(const std::string &path) { return "Do you want to overwrite\n<" + path + "> ?"; }
 
 std::string ConvertingText(const std::string &name) { return "Converting \n    " + name; }
+
+namespace {
+
+// The output path with the output format's extension.
+std::string WithFormatExtension(const std::string &output, int out_format) {
+  std::vector<char> buffer(4096, 0);
+  std::snprintf(buffer.data(), buffer.size(), "%s", output.c_str());
+  if (out_format >= 0) tslSetCorrectExtension(buffer.data(), out_format);
+  return buffer.data();
+}
+
+// The overwrite policy on an output that exists: false to leave it alone,
+// else true with *target the name to write.
+bool ApplyOverwritePolicy(BatchUi &ui, OverwritePolicy policy, std::string *target) {
+  if (!Exists(*target)) return true;
+  switch (policy) {
+    case OverwritePolicy::kSkip: return false;
+    case OverwritePolicy::kAsk: return ui.Confirm(OverwriteQuestion(*target));
+    case OverwritePolicy::kRename: *target = RenameOutputPath(*target, Exists); return true;
+    case OverwritePolicy::kReplace: return true;
+  }
+  return true;
+}
+
+// The save of a processed picture as the batch makes it: unattended, no
+// progress, the run's conversion.
+int SaveForBatch(BatchUi &ui, const SettingsRecord &settings, const ConvertRequest &request, std::string *target,
+                 const TslPicture &pic) {
+  SaveOptions options;
+  options.unattended = true;
+  options.remember = request.remember;
+  options.progress = false;
+  options.memory = request.memory;
+  return SavePicture(ui, settings, target, request.out_format, pic, options);
+}
+
+// The end of a good save: the original goes when asked, unless it is the
+// output itself.
+void DeleteOriginal(const ConvertRequest &request, const std::string &target, ConvertOutcome *out) {
+  out->saved = true;
+  if ((request.flags & kBatchDeleteOriginal) && !SameFile(request.input, target))
+    out->deleted = ::unlink(request.input.c_str()) == 0;
+}
+
+}  // namespace
 
 int ConvertOneFile(BatchUi &ui, const SettingsRecord &settings, const ConvertRequest &request,
                    ConvertOutcome *outcome) {
@@ -126,38 +209,56 @@ int ConvertOneFile(BatchUi &ui, const SettingsRecord &settings, const ConvertReq
     return report ? 0 : 1;
   }
 
-  std::vector<char> buffer(4096, 0);
-  std::snprintf(buffer.data(), buffer.size(), "%s", request.output.c_str());
-  if (request.out_format >= 0) tslSetCorrectExtension(buffer.data(), request.out_format);
-  std::string target = buffer.data();
-
-  if (Exists(target)) {
-    bool save = true;
-    switch (request.overwrite) {
-      case OverwritePolicy::kSkip: save = false; break;
-      case OverwritePolicy::kAsk: save = ui.Confirm(OverwriteQuestion(target)); break;
-      case OverwritePolicy::kRename: target = RenameOutputPath(target, Exists); break;
-      case OverwritePolicy::kReplace: break;
-    }
-    if (!save) {
-      tslFree(&pic);
-      out.skipped = true;
-      return 1;
-    }
+  std::string target = WithFormatExtension(request.output, request.out_format);
+  if (!ApplyOverwritePolicy(ui, request.overwrite, &target)) {
+    tslFree(&pic);
+    out.skipped = true;
+    return 1;
   }
-
-  SaveOptions options;
-  options.unattended = true;
-  options.remember = request.remember;
-  options.progress = false;
-  options.memory = request.memory;
-  const int saved = SavePicture(ui, settings, &target, request.out_format, pic, options);
+  const int saved = SaveForBatch(ui, settings, request, &target, pic);
   tslFree(&pic);
   out.written = target;
   if (saved != TSL_OK) return 0;
-  out.saved = true;
-  if ((request.flags & kBatchDeleteOriginal) && !SameFile(request.input, target))
-    out.deleted = ::unlink(request.input.c_str()) == 0;
+  DeleteOriginal(request, target, &out);
+  return 1;
+}
+
+int FinishPreparedFile(BatchUi &ui, const SettingsRecord &settings, const ConvertRequest &request, PreparedFile &file,
+                       ConvertOutcome *outcome) {
+  ConvertOutcome local;
+  ConvertOutcome &out = outcome ? *outcome : local;
+  out = ConvertOutcome();
+  const bool report = !(request.flags & kBatchSuppressErrors);
+  if (file.load_code != TSL_OK || file.no_memory) {
+    if (report && file.load_code != TSL_OK && !file.load_error.empty()) ui.Message(file.load_error);
+    if (report && file.no_memory) ui.Message(LoadErrorText(request.input.c_str(), TSL_ERR_MEMORY, nullptr));
+    return report ? 0 : 1;
+  }
+  std::string target = WithFormatExtension(request.output, request.out_format);
+  if (!ApplyOverwritePolicy(ui, request.overwrite, &target)) {
+    out.skipped = true;
+    return 1;
+  }
+  out.written = target;
+  if (!file.saved) {
+    // The save needed the run's conversion before it was known.
+    if (SaveForBatch(ui, settings, request, &target, file.pic) != TSL_OK) return 0;
+    out.written = target;
+  } else {
+    for (const std::string &note : file.save_notes) ui.Message(note);
+    int code = file.save_code;
+    if (code == TSL_OK) code = PutInPlace(file.temp, target);
+    file.temp.clear();
+    if (code == kSaveCancelled) {
+      ui.Message(kConvertErrorText);
+      return 0;
+    }
+    if (code != TSL_OK) {
+      ui.Message(SaveErrorText(target.c_str(), code));
+      return 0;
+    }
+  }
+  DeleteOriginal(request, target, &out);
   return 1;
 }
 
@@ -215,15 +316,17 @@ BatchRun BatchRun::Sequence(const SequenceSetup &setup) {
   return run;
 }
 
-bool BatchRun::Step(BatchUi &ui, const SettingsRecord &settings) {
-  if (finished_) return true;
-  if (stop_ || index_ >= jobs_.size()) {
-    finished_ = true;
-    refresh_ = !(stop_ && sequence_);
-    return true;
-  }
-  const BatchJob &job = jobs_[index_];
-  ui.ShowConverting(ConvertingText(FileNameOnly(job.input.c_str())));
+BatchRun::BatchRun() = default;
+BatchRun::BatchRun(BatchRun &&) noexcept = default;
+BatchRun &BatchRun::operator=(BatchRun &&) noexcept = default;
+BatchRun::~BatchRun() = default;
+
+void BatchRun::SetThreads(unsigned threads) {
+  if (threads == 0) threads = std::max(1u, std::thread::hardware_concurrency());
+  threads_ = threads;
+}
+
+ConvertRequest BatchRun::RequestFor(const BatchJob &job) {
   ConvertRequest request;
   request.input = job.input;
   request.output = job.output;
@@ -234,13 +337,64 @@ bool BatchRun::Step(BatchUi &ui, const SettingsRecord &settings) {
   request.remember = remember_;
   request.overwrite = sequence_ ? OverwritePolicy::kReplace : overwrite;
   request.memory = &memory_;
-  const int go_on = ConvertOneFile(ui, settings, request);
+  return request;
+}
+
+void BatchRun::StartPipeline(const SettingsRecord &settings) {
+  // A file that an earlier one may write (its output, or a name "Rename"
+  // may give) or remove (an input seen before, with "Delete Original") is
+  // read only after the earlier files are finished, as in the one-thread run.
+  const bool renames = !sequence_ && overwrite == OverwritePolicy::kRename;
+  std::set<std::string> earlier;
+  std::vector<PipelineJob> jobs;
+  for (const BatchJob &job : jobs_) {
+    PipelineJob p;
+    p.input = job.input;
+    p.output = WithFormatExtension(job.output, out_format_);
+    const std::string in = ComparablePath(job.input);
+    p.after_earlier = earlier.count(in) > 0 || (renames && earlier.count(ComparablePath(RenamedFrom(job.input))) > 0);
+    earlier.insert(in);
+    earlier.insert(ComparablePath(p.output));
+    jobs.push_back(std::move(p));
+  }
+  pipeline_ = std::make_unique<BatchPipeline>(std::move(jobs), settings, in_format_, out_format_, operations, threads_);
+}
+
+bool BatchRun::Ready(const SettingsRecord &settings, std::chrono::milliseconds wait) {
+  if (finished_ || stop_ || threads_ <= 1 || index_ >= jobs_.size()) return true;
+  if (!pipeline_) StartPipeline(settings);
+  return pipeline_->Ready(index_, wait);
+}
+
+void BatchRun::Finish(bool refresh) {
+  pipeline_.reset();  // what the workers made ahead is not wanted
+  finished_ = true;
+  refresh_ = refresh;
+}
+
+bool BatchRun::Step(BatchUi &ui, const SettingsRecord &settings) {
+  if (finished_) return true;
+  if (stop_ || index_ >= jobs_.size()) {
+    Finish(!(stop_ && sequence_));
+    return true;
+  }
+  const BatchJob &job = jobs_[index_];
+  ui.ShowConverting(ConvertingText(FileNameOnly(job.input.c_str())));
+  const ConvertRequest request = RequestFor(job);
+  int go_on;
+  if (threads_ > 1) {
+    if (!pipeline_) StartPipeline(settings);
+    PreparedFile file = pipeline_->Take(index_);
+    go_on = FinishPreparedFile(ui, settings, request, file);
+    if (memory_ != kNoConversion) pipeline_->SetConversion(memory_);
+  } else {
+    go_on = ConvertOneFile(ui, settings, request);
+  }
   ui.Advance();
   remember_ = true;
   ++index_;
   if (!go_on) {
-    finished_ = true;
-    refresh_ = true;
+    Finish(true);
     return true;
   }
   return false;

@@ -5,7 +5,9 @@
 #ifndef QUILLA_FILES_BATCH_MODEL_H
 #define QUILLA_FILES_BATCH_MODEL_H
 
+#include <chrono>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -16,6 +18,8 @@
 #include "tessel.h"
 
 namespace quilla {
+
+class BatchPipeline;
 
 // The "Overwrite" menu, in its order.
 enum class OverwritePolicy { kReplace = 0, kAsk = 1, kSkip = 2, kRename = 3 };
@@ -29,12 +33,21 @@ constexpr unsigned kBatchSuppressErrors = 2;  // "Suppress read errors"
 constexpr int kDetectFormat = 65535;
 constexpr int kNoSequenceRange = 65535;
 
+// Loads `path` (format kDetectFormat: found out) into *pic with the Load
+// settings, unattended and without a display, so any thread may call it.
+// On a failure other than TSL_STOPPED, *error receives the message the load
+// reports.  `progress` (may be null) is handed to the library: a non-zero
+// answer abandons the load.  Returns the library code's low 8 bits.
+int LoadForBatch(const std::string &path, int format, const SettingsRecord &settings, TslPicture *pic,
+                 std::string *error, TslProgressFunc progress = nullptr, void *progress_data = nullptr);
+
 // What a batch asks of its surroundings beyond the save's questions.
 class BatchUi : public SaveUi {
  public:
   // Loads `path` (format kDetectFormat: found out) into *pic; failures are
   // shown through Message when `report_errors`.  Returns the library code.
-  // The default loads with the Load settings and no progress.
+  // The default is LoadForBatch.  Runs with worker threads load there
+  // directly and report through Message.
   virtual int LoadPicture(const std::string &path, int format, bool report_errors, const SettingsRecord &settings,
                           TslPicture *pic);
   // A yes/no question; true for yes.
@@ -101,6 +114,11 @@ struct BatchJob {
 
 class BatchRun {
  public:
+  BatchRun();
+  BatchRun(BatchRun &&) noexcept;
+  BatchRun &operator=(BatchRun &&) noexcept;
+  ~BatchRun();  // a pipeline still running is stopped and its leftovers removed
+
   // Multi Convert of `inputs` into `out_dir`.
   static BatchRun Multi(const std::vector<std::string> &inputs, const std::string &out_dir, int out_format);
   // Sequence Convert.
@@ -110,6 +128,18 @@ class BatchRun {
   OpProcessList operations;
   unsigned flags = 0;
   OverwritePolicy overwrite = OverwritePolicy::kReplace;
+
+  // The loads, operations and saves of the files ahead run on `threads`
+  // worker threads (0: one per core) while Step takes the files one at a
+  // time in list order: questions, messages, the overwrite policy, putting
+  // the file in place and deleting the original stay with Step, so a run
+  // gives the files and asks the questions of the one-thread run.  Call
+  // before the first Step; 1 (the default) converts within Step.
+  void SetThreads(unsigned threads);
+  // Whether the next Step will not wait for a worker; waits up to `wait`
+  // for the next file.  Always true without worker threads.  The first
+  // call (or Step) starts the workers with a copy of `settings`.
+  bool Ready(const SettingsRecord &settings, std::chrono::milliseconds wait);
 
   // One call of the work procedure: converts the next file, or finishes.
   // Returns true when the run is over.
@@ -133,6 +163,12 @@ class BatchRun {
   size_t index_ = 0;
   bool stop_ = false, finished_ = false, refresh_ = false, remember_ = false;
   uint16_t memory_ = kNoConversion;
+  unsigned threads_ = 1;
+  std::unique_ptr<BatchPipeline> pipeline_;
+
+  ConvertRequest RequestFor(const BatchJob &job);
+  void StartPipeline(const SettingsRecord &settings);
+  void Finish(bool refresh);
 };
 
 // ---- scripts

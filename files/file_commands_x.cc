@@ -13,6 +13,7 @@
 
 #include "core/app_x.h"
 #include "core/settings.h"
+#include "files/batch_x.h"
 #include "files/capture_x.h"
 #include "files/fileop_x.h"
 #include "files/hexdump_x.h"
@@ -140,6 +141,10 @@ bool RunFileCommand(Widget view, Widget owner, const char *word) {
     OpenMultiDialog(owner, files);
   } else if (std::strcmp(word, "capture") == 0) {
     ShowCaptureDialog(owner);
+  } else if (std::strcmp(word, "sequenceConvert") == 0) {
+    OpenSeqConvert(owner);
+  } else if (std::strcmp(word, "multiConvert") == 0) {
+    OpenMultiConvert(owner);
   } else if (std::strcmp(word, "slideShow") == 0) {
     OpenSlideDialog(SlideListFromSettings());
   } else {

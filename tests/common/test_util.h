@@ -3,6 +3,7 @@
 #ifndef QUILLA_TESTS_TEST_UTIL_H
 #define QUILLA_TESTS_TEST_UTIL_H
 
+#include <dirent.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -12,6 +13,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <algorithm>
 #include <random>
 #include <sstream>
 #include <string>
@@ -286,6 +288,21 @@ inline bool ReadPnm(const std::string &path, TslPicture *out) {
     }
   }
   return true;
+}
+
+// The names in a directory, sorted; those starting with "." only when
+// `hidden` ("." and ".." never).
+inline std::vector<std::string> DirNames(const std::string &dir, bool hidden = false) {
+  std::vector<std::string> names;
+  if (DIR *d = ::opendir(dir.c_str())) {
+    while (dirent *e = ::readdir(d)) {
+      const std::string n = e->d_name;
+      if (n != "." && n != ".." && (hidden || n[0] != '.')) names.push_back(n);
+    }
+    ::closedir(d);
+  }
+  std::sort(names.begin(), names.end());
+  return names;
 }
 
 }  // namespace testutil

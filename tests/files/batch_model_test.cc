@@ -3,8 +3,6 @@
 // the sequence set-up, and the scripts, run for real through tesconv.
 #include <gtest/gtest.h>
 
-#include <dirent.h>
-
 #include <algorithm>
 #include <set>
 #include <string>
@@ -66,16 +64,7 @@ ConvertRequest Request(const std::string &in, const std::string &out, OverwriteP
   return r;
 }
 
-std::vector<std::string> Names(const std::string &dir) {
-  std::vector<std::string> names;
-  if (DIR *d = ::opendir(dir.c_str())) {
-    while (dirent *e = ::readdir(d))
-      if (e->d_name[0] != '.') names.push_back(e->d_name);
-    ::closedir(d);
-  }
-  std::sort(names.begin(), names.end());
-  return names;
-}
+std::vector<std::string> Names(const std::string &dir) { return testutil::DirNames(dir); }
 
 TEST(ConvertOneFile, OverwritePolicies) {
   Settings s;
