@@ -164,6 +164,7 @@ bool FileList::quickRefresh(const DescriptionLookup &describe, const ThumbnailRe
     auto it = old_index.find(e.name);
     if (it == old_index.end()) continue;
     FileEntry &old = entries_[it->second];
+    e.selected = old.selected;  // the user's selection outlives a refresh, changed file or not
     if (old.mtime != e.mtime || old.size != e.size) continue;
     e.info = old.info;
     e.state = old.state;

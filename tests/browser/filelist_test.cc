@@ -261,6 +261,7 @@ TEST(FileListRefresh, QuickRefreshKeepsUnchangedWork) {
     e.info.width = 77;
     e.large = Thumbnail{handle++, 10, 8};
     e.small = Thumbnail{handle++, 4, 3};
+    e.selected = std::string(e.name) == "grown.png";
   }
   testutil::WriteFile(dir.file("grown.png"), "12");
   SetTime(dir.file("grown.png"), 1000000);
@@ -278,6 +279,8 @@ TEST(FileListRefresh, QuickRefreshKeepsUnchangedWork) {
   EXPECT_NE(by["same.png"]->large.handle, 0u);
   EXPECT_NE(by["same.png"]->small.handle, 0u);
   EXPECT_NE(by[".."]->large.handle, 0u);
+  EXPECT_TRUE(by["grown.png"]->selected);  // the selection stays, even on a changed file
+  EXPECT_FALSE(by["same.png"]->selected);
   for (const char *n : {"grown.png", "touched.png", "new.png"}) {
     EXPECT_EQ(by[n]->state, 0u) << n;
     EXPECT_EQ(by[n]->large.handle, 0u) << n;
