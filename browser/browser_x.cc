@@ -56,6 +56,7 @@
 #include "files/hexdump_x.h"
 #include "files/jpegtrans_x.h"
 #include "files/multi_x.h"
+#include "files/slide_x.h"
 #include "files/load_x.h"
 #include "view/render_x.h"
 #include "view/toolbar_icons.h"
@@ -766,7 +767,7 @@ const Item kFileItems[] = {
     {"multiPage", "Multi-page File...", nullptr, nullptr, 'p', true},
     {nullptr, nullptr, nullptr, nullptr, 0, false},
     {"convert", "Batch Convert...", "Ctrl<Key>n", "Ctrl+N", 'p', true},
-    {"slideShow", "Slide Show...", "Ctrl<Key>l", "Ctrl+L", 'p', false},
+    {"slideShow", "Slide Show...", "Ctrl<Key>l", "Ctrl+L", 'p', true},
     {"webPage", "Web Page...", nullptr, nullptr, 'p', true},
     {"contactSheet", "Contact Sheet...", nullptr, nullptr, 'p', true},
     {nullptr, nullptr, nullptr, nullptr, 0, false},
@@ -1417,10 +1418,14 @@ void CloseBrowser(Browser *b) {
 
 // The names of the selected files (directories and ".." left out), or the
 // current entry's when none is selected.
+// In the order the browser shows them (a slide show, a multi-page file and
+// a batch take them in that order).
 std::vector<std::string> SelectedFileNames(Browser *b) {
   std::vector<std::string> names;
-  for (const FileEntry &e : b->list.entries())
+  for (int i = 0; i < b->list.count(); ++i) {
+    const FileEntry &e = b->list.at(i);
     if (e.selected && !e.isDirectory() && !e.isDotDot()) names.push_back(e.name);
+  }
   if (names.empty() && b->current >= 0) {
     const FileEntry &e = b->list.at(b->current);
     if (!e.isDirectory() && !e.isDotDot()) names.push_back(e.name);
@@ -1608,6 +1613,12 @@ void DoCommand(Browser *b, const std::string &w) {
     CopyLocation(b);
   } else if (w == "open") {
     OpenSelection(b);
+  } else if (w == "slideShow") {
+    // The dialog prepared with the selected pictures (the current one when
+    // none is selected), in the browser's order.
+    SlideList slides = SlideListFromSettings();
+    for (const std::string &name : SelectedFileNames(b)) slides.entries.push_back(b->list.directory() + name);
+    OpenSlideDialog(slides);
   } else if (w == "convert") {
     std::vector<std::string> paths;
     for (const std::string &name : SelectedFileNames(b)) paths.push_back(b->list.directory() + name);

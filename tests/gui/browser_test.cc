@@ -34,6 +34,7 @@
 #include "browser/filelist.h"
 #include "core/app_x.h"
 #include "files/hexdump_x.h"
+#include "files/slide_x.h"
 #include "core/display_x.h"
 #include "core/options_x.h"
 #include "core/settings.h"
@@ -416,6 +417,19 @@ TEST_F(BrowserTest, OpenTakesTheSelectionAndPropertiesTheCurrentFile) {
   // the file the loop found unreadable stay out of its list).
   ASSERT_TRUE(RunUntil([&] { return LoopDone(); }));
   RunBrowserCommand("selectAll");
+  // The slide show dialog takes the selected pictures in the browser's order.
+  RunBrowserCommand("slideShow");
+  Widget slides = ShownSlideDialog();
+  ASSERT_NE(slides, nullptr);
+  XmString *items = nullptr;
+  int item_count = 0;
+  XtVaGetValues(XtNameToWidget(slides, "*filelist"), XmNitems, &items, XmNitemCount, &item_count, nullptr);
+  ASSERT_GE(item_count, 2);
+  char *first = nullptr;
+  XmStringGetLtoR(items[0], XmFONTLIST_DEFAULT_TAG, &first);
+  EXPECT_NE(std::string(first ? first : "").find("a.png"), std::string::npos);
+  XtFree(first);
+  XtDestroyWidget(slides);
   RunBrowserCommand("open");
   ASSERT_TRUE(RunUntil([] { return ViewCount() == 1; }));
   ViewState vs;
