@@ -903,14 +903,8 @@ void HidePicker(ViewRecord *v) {
 
 bool ConfirmLeave(ViewRecord *v);
 
-void GoToFile(ViewRecord *v, int pos) {
-  if (!v->list || v->count < 2) return;
-  pos = std::min(std::max(pos, 0), v->count - 1);
-  if (pos == v->pos) {
-    XBell(XtDisplay(v->shell), 0);
-    return;
-  }
-  if (!ConfirmLeave(v)) return;
+// Loads entry `pos` of the list into the view.
+void ShowListEntry(ViewRecord *v, int pos) {
   if (LoadInto(v, v->list[pos].path, 0, true) != 0) {
     if (!Alive(v)) return;
     // The failed file keeps its place; the position moves on so that the
@@ -922,6 +916,17 @@ void GoToFile(ViewRecord *v, int pos) {
   if (!Alive(v)) return;
   v->pos = pos;
   PictureChanged(v, false);
+}
+
+void GoToFile(ViewRecord *v, int pos) {
+  if (!v->list || v->count < 2) return;
+  pos = std::min(std::max(pos, 0), v->count - 1);
+  if (pos == v->pos) {
+    XBell(XtDisplay(v->shell), 0);
+    return;
+  }
+  if (!ConfirmLeave(v)) return;
+  ShowListEntry(v, pos);
 }
 
 void GoToPage(ViewRecord *v, int page) {
@@ -1856,15 +1861,7 @@ void ViewForgetFile(Widget w) {
   --v->count;
   const int pos = std::min(v->pos, v->count - 1);
   v->pos = -1;  // nothing of the list is shown now
-  if (LoadInto(v, v->list[pos].path, 0, true) != 0) {
-    if (!Alive(v)) return;
-    v->pos = pos;
-    UpdateLabel(v);
-    return;
-  }
-  if (!Alive(v)) return;
-  v->pos = pos;
-  PictureChanged(v, false);
+  ShowListEntry(v, pos);
 }
 
 void ExtractViewPages(Widget w, const char *dir) {
