@@ -135,9 +135,14 @@ int main(int argc, char **argv) {
                                 nores ? nullptr : const_cast<String *>(FallbackResources()),
                                 applicationShellWidgetClass, shell_args, 3);
 
-  // 8. Display and screen (the shell is realised after step 10).
+  // 8. Display, screen, realised shell, the shared cursors, and the shell
+  // over the whole screen.
   app.dpy = XtDisplay(app.shell);
   app.screen = DefaultScreen(app.dpy);
+  XtRealizeWidget(app.shell);
+  CreateSharedCursors(app.dpy, XtWindow(app.shell), app.cursors);
+  XtVaSetValues(app.shell, XmNx, 0, XmNy, 0, XmNwidth, DisplayWidth(app.dpy, app.screen), XmNheight,
+                DisplayHeight(app.dpy, app.screen), nullptr);
 
   // 9. Start directory.
   {
@@ -148,18 +153,6 @@ int main(int argc, char **argv) {
   // 10. Settings, from -ini when given.
   LoadSettings(FindIniPath(argc, argv), app.start_dir);
   SettingsRecord &settings = Settings();
-
-  // A large JPEG named alone on the command line starts decoding now, on a
-  // worker thread: realising the shell (the input method's start-up) and
-  // building the view's window take as long as a third of its decode.
-  StartFirstPictureDecode(argc, argv);
-
-  // 8, continued. The realised shell, the shared cursors, and the shell over
-  // the whole screen.
-  XtRealizeWidget(app.shell);
-  CreateSharedCursors(app.dpy, XtWindow(app.shell), app.cursors);
-  XtVaSetValues(app.shell, XmNx, 0, XmNy, 0, XmNwidth, DisplayWidth(app.dpy, app.screen), XmNheight,
-                DisplayHeight(app.dpy, app.screen), nullptr);
 
   // 11. Defaults of the globals the options set.
   app.visual_id = -1;
@@ -248,8 +241,6 @@ int main(int argc, char **argv) {
       }
     }
   }
-
-  DropFirstPictureDecode();  // when no view took it over
 
   // 19. Slide show, or the browser (once more on some paths).
   if (!options.slide.empty()) {

@@ -36,13 +36,11 @@
 #include <string>
 #include <system_error>
 #include <thread>
-#include <utility>
 #include <vector>
 
 #include "core/app_x.h"
 #include "core/display_x.h"
 #include "core/settings.h"
-#include "core/startup.h"
 #include "files/load_model.h"
 #include "files/load_x.h"
 #include "imgproc/geometry.h"
@@ -552,35 +550,15 @@ void DecodeReduced(ReducedDecode *r) {
   if (r->code != 0) tslFree(&r->pic);
 }
 
-void FreeReducedDecode(ReducedDecode *r) {
-  if (!r) return;
-  if (r->worker.joinable()) r->worker.join();
-  tslFree(&r->pic);
-  delete r;
-}
-
-// The reduced decode of the picture named on the command line, started
-// before the toolkit realised anything (StartFirstPictureDecode); the first
-// view takes it over when it asks for the same decode.
-ReducedDecode *g_first_decode = nullptr;
-
 // Starts the reduced first decode of `path` on a worker thread when the
 // picture is one shown that way; false when it is not.
 bool StartReducedDecode(ViewRecord *v, const char *path, int page) {
-  ReducedDecode *early = std::exchange(g_first_decode, nullptr);
   TslFileInfo info{};
-  if (tslFileInformation(path, -1, page, &info) != 0) {
-    FreeReducedDecode(early);
-    return false;
-  }
+  if (tslFileInformation(path, -1, page, &info) != 0) return false;
   if (Transposed(info.orientation)) std::swap(info.width, info.height);
   FitResult f;
   const bool wanted = WantPreview(v, info, &f);
-  if (wanted && early && early->path == path && early->page == page && early->fit.view_w == f.view_w &&
-      early->fit.view_h == f.view_h && early->fit.zoom == f.zoom) {
-    v->ahead = early;
-    early = nullptr;
-  } else if (wanted) {
+  if (wanted) {
     auto *r = new ReducedDecode;
     r->path = path;
     r->page = page;
@@ -595,7 +573,6 @@ bool StartReducedDecode(ViewRecord *v, const char *path, int page) {
       DecodeReduced(r);
     }
   }
-  FreeReducedDecode(early);
   tslFileInformationFree(&info);
   return wanted;
 }
@@ -607,7 +584,11 @@ bool ReducedDecodeDone(ViewRecord *v) {
 }
 
 void DropReducedDecode(ViewRecord *v) {
-  FreeReducedDecode(std::exchange(v->ahead, nullptr));
+  if (!v->ahead) return;
+  if (v->ahead->worker.joinable()) v->ahead->worker.join();
+  tslFree(&v->ahead->pic);
+  delete v->ahead;
+  v->ahead = nullptr;
 }
 
 // The first paint is on the screen: the full decode starts, unless a
@@ -1723,20 +1704,6 @@ Widget OpenViewOnFile(Widget parent, const char *path, int page) {
   v->path = resolved;
   return OpenView(parent, v, page);
 }
-
-void StartFirstPictureDecode(int argc, char **argv) {
-  const StartOptions o = ParseStartOptions(argc, argv, Settings().Start.OpenAll);
-  // Only for the one view that will open on one file, with the settings and
-  // the colours it will have.
-  if (g_first_decode || o.help || o.files.size() != 1 || !o.slide.empty() || o.own || o.verbose) return;
-  if (o.force_fit && Settings().View.Fit != 1) return;
-  char resolved[PATH_MAX];
-  if (!realpath(o.files[0].c_str(), resolved)) return;
-  ViewRecord probe;
-  if (StartReducedDecode(&probe, resolved, 0)) g_first_decode = std::exchange(probe.ahead, nullptr);
-}
-
-void DropFirstPictureDecode() { FreeReducedDecode(std::exchange(g_first_decode, nullptr)); }
 
 Widget OpenViewOnList(Widget parent, FileListEntry *list, int count, int page) {
   if (!list || count <= 0) {

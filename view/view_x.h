@@ -24,13 +24,6 @@ static_assert(sizeof(FileListEntry) == 4108, "file list record size");
 // Opens a view on one file (page = page index).  Returns the view's shell,
 // or nullptr when the view could not be created.
 Widget OpenViewOnFile(Widget parent, const char *path, int page);
-// Starts decoding the picture a start-up command line names, when it is a
-// single file that its view will show reduced (a large JPEG fitted to the
-// screen), before the toolkit builds anything: the view opened on it later
-// takes the decode over.  Needs the display and the settings.
-void StartFirstPictureDecode(int argc, char **argv);
-// Frees that decode when no view took it.
-void DropFirstPictureDecode();
 // Opens a view on a list (malloc'ed; the view takes it over, and frees it at
 // once when count is 1).  Returns the shell or nullptr.
 Widget OpenViewOnList(Widget parent, FileListEntry *list, int count, int page);
