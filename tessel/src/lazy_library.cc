@@ -3,6 +3,7 @@
 #include <dlfcn.h>
 
 #include <cstdio>
+#include <cstring>
 
 namespace tessel {
 
@@ -10,6 +11,15 @@ bool LazyLibrary::open() {
   // One attempt per library and process; other threads wait for it.
   std::call_once(once_, [this] { loaded_ = load(); });
   return loaded_;
+}
+
+bool LazyLibrary::openFor(const char *files, char *message, size_t message_size) {
+  if (open()) return true;
+  const char *suffix = std::strstr(soname_, ".so");  // "libheif.so.1": libheif
+  const int name_length = static_cast<int>(suffix ? suffix - soname_ : std::strlen(soname_));
+  std::snprintf(message, message_size, "%s need %.*s, which could not be loaded (%s)", files, name_length, soname_,
+                error_);
+  return false;
 }
 
 bool LazyLibrary::load() {

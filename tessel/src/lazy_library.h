@@ -7,6 +7,7 @@
 #ifndef TESSEL_SRC_LAZY_LIBRARY_H
 #define TESSEL_SRC_LAZY_LIBRARY_H
 
+#include <cstddef>
 #include <mutex>
 
 namespace tessel {
@@ -16,7 +17,7 @@ namespace tessel {
 // first; later calls return the same answer.
 class LazyLibrary {
  public:
-  // `bind` resolves the module's pointers with symbol(); it returns false
+  // `bind` sets the module's pointers with bind(); it returns false
   // when one is missing.
   constexpr LazyLibrary(const char *soname, bool (*bind)(LazyLibrary &library)) : soname_(soname), bind_(bind) {}
 
@@ -24,9 +25,9 @@ class LazyLibrary {
   bool open();
   // The address of `name` in the library being bound, nullptr when missing.
   void *symbol(const char *name);
-  // Why open() failed, for the messages of the format modules.
-  const char *error() const { return error_; }
-  const char *soname() const { return soname_; }
+  // open(), or false with "<files> need <library>, which could not be
+  // loaded (<why>)" in message.
+  bool openFor(const char *files, char *message, size_t message_size);
 
   // Sets `*slot` to the function `name`; false when the library lacks it.
   template <typename Function>

@@ -232,7 +232,10 @@ TEST(Heif, CodecLibrariesOpenOnFirstUse) {
   tessel::LazyLibrary missing("libquilla-no-such-codec.so.0", [](tessel::LazyLibrary &) { return true; });
   EXPECT_FALSE(missing.open());
   EXPECT_FALSE(missing.open());
-  EXPECT_NE(std::string(missing.error()).find("libquilla-no-such-codec.so.0"), std::string::npos);
+  char message[256];
+  EXPECT_FALSE(missing.openFor("Test files", message, sizeof message));
+  EXPECT_EQ(std::string(message).find("Test files need libquilla-no-such-codec, which could not be loaded ("), 0u);
+  EXPECT_NE(std::string(message).find("libquilla-no-such-codec.so.0"), std::string::npos);
 }
 
 }  // namespace

@@ -36,14 +36,6 @@ TESSEL_HEIF_FUNCTIONS(TESSEL_LAZY_POINTER)
 bool bindHeif(LazyLibrary &library) { return true TESSEL_HEIF_FUNCTIONS(TESSEL_LAZY_BIND); }
 LazyLibrary libheif(TESSEL_LIBHEIF_SONAME, bindHeif);
 
-// False, with the reason in message, when libheif cannot be used.
-bool heifAvailable(char *message, size_t message_size) {
-  if (libheif.open()) return true;
-  std::snprintf(message, message_size, "HEIF and AVIF files need libheif, which could not be loaded (%s)",
-                libheif.error());
-  return false;
-}
-
 enum class Family { kNone, kHeic, kAvif };
 
 bool brandIs(const uint8_t *b, const char *name) { return std::memcmp(b, name, 4) == 0; }
@@ -109,7 +101,7 @@ using ImagePtr = std::unique_ptr<heif_image, ImageDeleter>;
 // the other top-level images in file order).  *pages gets their number.
 int openPage(const Source &src, int page, ContextPtr *ctx, HandlePtr *handle, int *pages, char *message,
              size_t message_size) {
-  if (!heifAvailable(message, message_size)) return TSL_ERR_BAD_FILE;
+  if (!libheif.openFor("HEIF and AVIF files", message, message_size)) return TSL_ERR_BAD_FILE;
   ctx->reset(heif_context_alloc());
   if (!*ctx) return TSL_ERR_MEMORY;
   int code = errorCode(heif_context_read_from_memory_without_copy(ctx->get(), src.data, src.size, nullptr));
@@ -223,7 +215,7 @@ int saveAs(FILE *file, const TslPicture *picture, SaveContext &ctx, heif_compres
   const bool alpha = hasAlpha(picture->color_model);
   const bool lossless = params.compression == 1;
   char message[256];
-  if (!heifAvailable(message, sizeof message)) return TSL_ERR_CANT_SAVE;
+  if (!libheif.openFor("HEIF and AVIF files", message, sizeof message)) return TSL_ERR_CANT_SAVE;
   ContextPtr hctx(heif_context_alloc());
   if (!hctx) return TSL_ERR_MEMORY;
   heif_encoder *enc = nullptr;

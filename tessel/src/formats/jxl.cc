@@ -32,13 +32,6 @@ TESSEL_JXL_FUNCTIONS(TESSEL_LAZY_POINTER)
 bool bindJxl(LazyLibrary &library) { return true TESSEL_JXL_FUNCTIONS(TESSEL_LAZY_BIND); }
 LazyLibrary libjxl(TESSEL_LIBJXL_SONAME, bindJxl);
 
-// False, with the reason in message, when libjxl cannot be used.
-bool jxlAvailable(char *message, size_t message_size) {
-  if (libjxl.open()) return true;
-  std::snprintf(message, message_size, "JPEG XL files need libjxl, which could not be loaded (%s)", libjxl.error());
-  return false;
-}
-
 // A bare codestream starts FF 0A; the box container with its signature box.
 bool jxlSniff(const uint8_t *d, size_t n) {
   static const uint8_t kContainer[12] = {0, 0, 0, 12, 'J', 'X', 'L', ' ', 0x0D, 0x0A, 0x87, 0x0A};
@@ -73,7 +66,7 @@ int modelOf(const JxlBasicInfo &b) {
 }
 
 int jxlInfo(const Source &src, int, TslFileInfo *info) {
-  if (!jxlAvailable(info->message, sizeof info->message)) return TSL_ERR_BAD_FILE;
+  if (!libjxl.openFor("JPEG XL files", info->message, sizeof info->message)) return TSL_ERR_BAD_FILE;
   DecoderPtr dec = openDecoder(src, JXL_DEC_BASIC_INFO);
   if (!dec) return TSL_ERR_MEMORY;
   const JxlDecoderStatus status = JxlDecoderProcessInput(dec.get());
@@ -100,7 +93,7 @@ int jxlLoad(const Source &src, TslPicture *picture, LoadContext &ctx) {
     return TSL_ERR_BAD_FILE;
   }
   char message[256];
-  if (!jxlAvailable(message, sizeof message)) return ctx.fail(TSL_ERR_BAD_FILE, message);
+  if (!libjxl.openFor("JPEG XL files", message, sizeof message)) return ctx.fail(TSL_ERR_BAD_FILE, message);
   DecoderPtr dec = openDecoder(src, JXL_DEC_BASIC_INFO | JXL_DEC_FULL_IMAGE);
   if (!dec) return TSL_ERR_MEMORY;
   JxlPixelFormat format{3, JXL_TYPE_UINT8, JXL_NATIVE_ENDIAN, 0};
@@ -180,7 +173,7 @@ int jxlSave(FILE *file, const TslPicture *picture, SaveContext &ctx) {
   const bool alpha = layout.a >= 0;
   const uint32_t channels = grey && !alpha ? 1 : alpha ? 4 : 3;
   char message[256];
-  if (!jxlAvailable(message, sizeof message)) return TSL_ERR_CANT_SAVE;
+  if (!libjxl.openFor("JPEG XL files", message, sizeof message)) return TSL_ERR_CANT_SAVE;
 
   std::unique_ptr<JxlEncoder, EncoderDeleter> enc(JxlEncoderCreate(nullptr));
   if (!enc) return TSL_ERR_MEMORY;
