@@ -2,6 +2,10 @@
 // decoders of the codecs' own tools on files their encoders wrote.
 #include <gtest/gtest.h>
 
+#include <thread>
+#include <vector>
+
+#include "lazy_library.h"
 #include "legacy_test_helpers.h"
 
 using namespace testutil;
@@ -192,6 +196,46 @@ TEST(Heif, JxlOrientationIsReportedNotApplied) {
   EXPECT_EQ(pic->width, 32u);
   ASSERT_TRUE(ToolPnm("djpeg '" + dir.file("in.jpg") + "'", dir, &jpeg));
   EXPECT_LT(MeanAbsDiff(pic, jpeg), 2.0);
+}
+
+// libheif and libjxl are opened by the first file that needs them: a JPEG
+// never maps them, the first HEIF and JPEG XL files open them even when
+// several threads ask at once, and a missing library is a message.
+TEST(Heif, CodecLibrariesOpenOnFirstUse) {
+  if (!HaveTool("heif-enc") || !HaveTool("cjxl") || !HaveTool("cjpeg")) GTEST_SKIP() << "tools missing";
+  TempDir dir;
+  Pic src(MakePicture(TSL_RGB, 40, 30, 6));
+  const std::string png = ToolPng(dir, src, "in"), heic = dir.file("a.heic"), jxl = dir.file("a.jxl"),
+                    jpg = dir.file("a.jpg");
+  ASSERT_EQ(RunWith("heif-enc -q 80 SRC -o OUT", png, heic), 0);
+  ASSERT_EQ(RunWith("cjxl -d 1 SRC OUT", png, jxl), 0);
+  ASSERT_EQ(Sh("pngtopnm '" + png + "' | cjpeg > '" + jpg + "'"), 0);
+  std::string loaded;
+  const std::string tesconv = std::string(QUILLA_BINARY_DIR) + "/tools/tesconv/tesconv";
+  ASSERT_EQ(testutil::Run("LD_DEBUG=files '" + tesconv + "' -out ppm -o '" + dir.file("o.ppm") + "' '" + jpg + "' 2>&1",
+                &loaded),
+            0);
+  EXPECT_NE(loaded.find("libjpeg"), std::string::npos);
+  EXPECT_EQ(loaded.find("libheif"), std::string::npos);
+  EXPECT_EQ(loaded.find("libjxl"), std::string::npos);
+
+  std::vector<int> codes(8, -1);
+  std::vector<std::thread> threads;
+  for (size_t i = 0; i < codes.size(); ++i)
+    threads.emplace_back([&, i] {
+      Pic pic;
+      codes[i] = Load(i % 2 ? heic : jxl, &pic);
+    });
+  for (std::thread &t : threads) t.join();
+  for (int code : codes) EXPECT_EQ(code, TSL_OK);
+
+  tessel::LazyLibrary missing("libquilla-no-such-codec.so.0", [](tessel::LazyLibrary &) { return true; });
+  EXPECT_FALSE(missing.open());
+  EXPECT_FALSE(missing.open());
+  char message[256];
+  EXPECT_FALSE(missing.openFor("Test files", message, sizeof message));
+  EXPECT_EQ(std::string(message).find("Test files need libquilla-no-such-codec, which could not be loaded ("), 0u);
+  EXPECT_NE(std::string(message).find("libquilla-no-such-codec.so.0"), std::string::npos);
 }
 
 }  // namespace

@@ -12,9 +12,29 @@
 
 #include "../bytes.h"
 #include "../format.h"
+#include "../lazy_library.h"
 
 namespace tessel {
 namespace {
+
+// libheif is opened on the first HEIF or AVIF file (it brings the HEVC and
+// AV1 codecs, whose start-up costs every other file's reading time).
+#define TESSEL_HEIF_FUNCTIONS(X) \
+  X(heif_context_alloc) X(heif_context_free) X(heif_context_read_from_memory_without_copy) \
+  X(heif_context_get_number_of_top_level_images) X(heif_context_get_list_of_top_level_image_IDs) \
+  X(heif_context_get_primary_image_ID) X(heif_context_get_image_handle) \
+  X(heif_context_get_encoder_for_format) X(heif_context_encode_image) X(heif_context_write) \
+  X(heif_image_handle_release) X(heif_image_handle_has_alpha_channel) X(heif_image_handle_get_width) \
+  X(heif_image_handle_get_height) X(heif_image_handle_get_luma_bits_per_pixel) X(heif_decoding_options_alloc) \
+  X(heif_decoding_options_free) X(heif_decode_image) X(heif_image_release) X(heif_image_get_plane_readonly) \
+  X(heif_image_get_plane) X(heif_image_get_width) X(heif_image_get_height) X(heif_image_create) \
+  X(heif_image_add_plane) X(heif_image_set_nclx_color_profile) X(heif_encoder_release) \
+  X(heif_encoder_set_lossy_quality) X(heif_encoder_set_lossless) X(heif_encoder_set_parameter_string) \
+  X(heif_encoding_options_alloc) X(heif_encoding_options_free) X(heif_nclx_color_profile_alloc) \
+  X(heif_nclx_color_profile_free)
+TESSEL_HEIF_FUNCTIONS(TESSEL_LAZY_POINTER)
+bool bindHeif(LazyLibrary &library) { return true TESSEL_HEIF_FUNCTIONS(TESSEL_LAZY_BIND); }
+LazyLibrary libheif(TESSEL_LIBHEIF_SONAME, bindHeif);
 
 enum class Family { kNone, kHeic, kAvif };
 
@@ -81,6 +101,7 @@ using ImagePtr = std::unique_ptr<heif_image, ImageDeleter>;
 // the other top-level images in file order).  *pages gets their number.
 int openPage(const Source &src, int page, ContextPtr *ctx, HandlePtr *handle, int *pages, char *message,
              size_t message_size) {
+  if (!libheif.openFor("HEIF and AVIF files", message, message_size)) return TSL_ERR_BAD_FILE;
   ctx->reset(heif_context_alloc());
   if (!*ctx) return TSL_ERR_MEMORY;
   int code = errorCode(heif_context_read_from_memory_without_copy(ctx->get(), src.data, src.size, nullptr));
@@ -193,6 +214,8 @@ int saveAs(FILE *file, const TslPicture *picture, SaveContext &ctx, heif_compres
   if (picture->width > 65535 || picture->height > 65535) return TSL_ERR_CANT_SAVE;
   const bool alpha = hasAlpha(picture->color_model);
   const bool lossless = params.compression == 1;
+  char message[256];
+  if (!libheif.openFor("HEIF and AVIF files", message, sizeof message)) return TSL_ERR_CANT_SAVE;
   ContextPtr hctx(heif_context_alloc());
   if (!hctx) return TSL_ERR_MEMORY;
   heif_encoder *enc = nullptr;
