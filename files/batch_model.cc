@@ -385,7 +385,7 @@ bool BatchRun::Step(BatchUi &ui, const SettingsRecord &settings) {
   if (threads_ > 1) {
     if (!pipeline_) StartPipeline(settings);
     PreparedFile file = pipeline_->Take(index_);
-    go_on = FinishPreparedFile(ui, settings, request, file);
+    go_on = FinishPreparedFile(ui, pipeline_->settings(), request, file);
     if (memory_ != kNoConversion) pipeline_->SetConversion(memory_);
   } else {
     go_on = ConvertOneFile(ui, settings, request);

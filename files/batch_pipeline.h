@@ -76,6 +76,9 @@ class BatchPipeline {
   // The run's conversion is known (the answer to its question): the saves
   // that need one use it from now on.
   void SetConversion(uint16_t code);
+  // The settings the workers use (taken at the start), for the saves the
+  // main thread finishes, so every file of the run is written alike.
+  const SettingsRecord &settings() const { return settings_; }
 
  private:
   void Work();
