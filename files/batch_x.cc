@@ -680,7 +680,7 @@ Dialog *BuildSequence(Widget owner) {
   d->in_dir = FieldLine(in, nullptr, "Directory", "fncvInputDir", 36);
   ChooserButton(in, d->in_dir, "buttonInputDir", InputDirPressed, d);
   d->in_file = FieldLine(in, d->in_dir, "FileName", "fncvInputFile");
-  d->in_types = SelectorFileTypes(false);
+  d->in_types = SelectorFileTypes(false, &Settings());
   if (!d->in_types.empty()) d->in_types.front().label = "Automatic";  // the first item: find out from the file
   d->in_list = FormatCombo(in, d->in_file, "Format", "fncvInputList", d->in_types, 0);
   Widget range = XtVaCreateManagedWidget("rowRange", xmRowColumnWidgetClass, in, XmNorientation, XmHORIZONTAL,

@@ -228,7 +228,18 @@ std::string CompleteSelectorPath(const std::string &typed, const std::string &cu
   return head + common;
 }
 
-std::vector<FileTypeChoice> SelectorFileTypes(bool for_save) {
+namespace {
+
+bool Recognised(const SettingsRecord *settings, const char *name) {
+  if (!settings || !settings->file_types || !name) return true;
+  for (int i = 0; i < settings->file_type_count; ++i)
+    if (std::strcmp(settings->file_types[i].name, name) == 0) return settings->file_types[i].enabled;
+  return true;
+}
+
+}  // namespace
+
+std::vector<FileTypeChoice> SelectorFileTypes(bool for_save, const SettingsRecord *recognised) {
   std::vector<FileTypeChoice> out;
   if (!for_save) out.push_back({-1, "All files (*)"});
   std::vector<FileTypeChoice> formats;
@@ -237,6 +248,7 @@ std::vector<FileTypeChoice> SelectorFileTypes(bool for_save) {
     TslFormatInfo info;
     if (tslFormatGetInfo(f, &info) != TSL_OK) continue;
     if (!(info.flags & (for_save ? TSL_CAN_WRITE : TSL_CAN_READ))) continue;
+    if (!for_save && !Recognised(recognised, info.name)) continue;
     std::string label = info.description ? info.description : info.name;
     label += " (";
     label += info.extensions ? info.extensions : "";

@@ -94,7 +94,9 @@ struct FileTypeChoice {
   int format = -1;  // -1: every file
   std::string label;
 };
-std::vector<FileTypeChoice> SelectorFileTypes(bool for_save);
+// For opening, `recognised` (the settings' file-type table) leaves out the
+// formats switched off there.
+std::vector<FileTypeChoice> SelectorFileTypes(bool for_save, const SettingsRecord *recognised = nullptr);
 // The choice of the combo box to preselect for a format short name
 // (Convert.DefaultFormat); 0 when it is not among them.
 int FileTypeChoiceFor(const std::vector<FileTypeChoice> &choices, const char *short_name);

@@ -575,8 +575,9 @@ Selector *Build(Widget parent, const SelectorRequest &req) {
   XtAddCallback(s->cancel, XmNactivateCallback, CancelPressed, s);
   XtVaSetValues(form, XmNdefaultButton, s->ok, XmNcancelButton, s->cancel, XmNinitialFocus, s->text, nullptr);
 
-  // The file types: every format for opening, the writable ones for saving.
-  s->types = SelectorFileTypes(SaveMode(s));
+  // The file types: the recognised formats for opening, the writable ones
+  // for saving.
+  s->types = SelectorFileTypes(SaveMode(s), &Settings());
   for (const FileTypeChoice &c : s->types) {
     XmString item = MakeString(c.label);
     MyComboBoxAddItem(s->combo, item, 0);

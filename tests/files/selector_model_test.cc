@@ -188,6 +188,16 @@ TEST(SelectorFileTypes, ExtensionChoosesTheSaveFormat) {
   EXPECT_EQ(save[FileTypeChoiceFor(save, "png")].format, png);
   EXPECT_EQ(FileTypeChoiceFor(save, "nosuchformat"), 0);
   EXPECT_EQ(FileTypeChoiceFor(save, ""), 0);
+
+  // A format switched off among the recognised file types is not offered
+  // for opening; saving still offers it.
+  testutil::DefaultSettings settings;
+  for (int i = 0; i < settings.rec.file_type_count; ++i)
+    if (std::string(settings.rec.file_types[i].name) == "jpeg") settings.rec.file_types[i].enabled = false;
+  const std::vector<FileTypeChoice> recognised = SelectorFileTypes(false, &settings.rec);
+  EXPECT_EQ(recognised.size(), open.size() - 1);
+  EXPECT_EQ(FileTypeChoiceFor(recognised, "jpeg"), 0);
+  EXPECT_NE(FileTypeChoiceFor(SelectorFileTypes(true, &settings.rec), "jpeg"), 0);
 }
 
 TEST(FormatList, SortedByNameOrByLibraryIndex) {
