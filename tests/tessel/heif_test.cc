@@ -198,6 +198,30 @@ TEST(Heif, JxlOrientationIsReportedNotApplied) {
   EXPECT_LT(MeanAbsDiff(pic, jpeg), 2.0);
 }
 
+// An animated JPEG XL (made by cjxl from an animated GIF) reads as pages:
+// each frame's colours, its delay, and no page past the last.
+TEST(Heif, JxlAnimationFramesArePages) {
+  if (!HaveTool("cjxl") || !HaveTool("convert")) GTEST_SKIP() << "tools missing";
+  TempDir dir;
+  const std::string gif = dir.file("a.gif"), jxl = dir.file("a.jxl");
+  ASSERT_EQ(Sh("convert -size 40x30 xc:red xc:lime xc:blue -set delay 20 -loop 0 '" + gif + "'"), 0);
+  ASSERT_EQ(RunWith("cjxl -d 0 SRC OUT", gif, jxl), 0);
+  Info info;
+  ASSERT_EQ(FileInfo(jxl, &info), TSL_OK);
+  ASSERT_EQ(info->pages, 3);
+  ASSERT_NE(info->delays, nullptr);
+  EXPECT_EQ(info->delays[1], 200);
+  for (int page = 0; page < 3; ++page) {
+    Pic frame;
+    ASSERT_EQ(Load(jxl, &frame, page), TSL_OK) << page;
+    const uint8_t *px = frame->pixels;
+    EXPECT_EQ(px[page], 255) << page;  // red, lime, blue in turn
+    EXPECT_EQ(px[(page + 1) % 3], 0) << page;
+  }
+  Pic past;
+  EXPECT_EQ(Load(jxl, &past, 3), TSL_ERR_BAD_FILE);
+}
+
 // libheif and libjxl are opened by the first file that needs them: a JPEG
 // never maps them, the first HEIF and JPEG XL files open them even when
 // several threads ask at once, and a missing library is a message.

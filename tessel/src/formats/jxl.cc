@@ -1,5 +1,6 @@
 // JPEG XL through libjxl: bare codestreams and the box container, grey or
-// colour, with or without alpha; the first frame of an animation.  Pixels
+// colour, with or without alpha; the frames of an animation are pages
+// (composited as shown, with their delays).  Pixels
 // come as stored and the codestream's orientation is reported, like the
 // EXIF orientation of other formats.  The writer makes lossy files at
 // params.quality, or lossless ones with compression 1.
@@ -22,7 +23,7 @@ namespace {
 // calibrates a timer: milliseconds that every other file's reading would pay).
 #define TESSEL_JXL_FUNCTIONS(X) \
   X(JxlColorEncodingSetToSRGB) X(JxlDecoderCloseInput) X(JxlDecoderCreate) X(JxlDecoderDestroy) \
-  X(JxlDecoderGetBasicInfo) X(JxlDecoderImageOutBufferSize) X(JxlDecoderProcessInput) \
+  X(JxlDecoderGetBasicInfo) X(JxlDecoderGetFrameHeader) X(JxlDecoderImageOutBufferSize) X(JxlDecoderSkipFrames) X(JxlDecoderProcessInput) \
   X(JxlDecoderSetImageOutBuffer) X(JxlDecoderSetInput) X(JxlDecoderSetKeepOrientation) \
   X(JxlDecoderSubscribeEvents) X(JxlEncoderAddImageFrame) X(JxlEncoderCloseInput) X(JxlEncoderCreate) \
   X(JxlEncoderDestroy) X(JxlEncoderFrameSettingsCreate) X(JxlEncoderInitBasicInfo) X(JxlEncoderProcessOutput) \
@@ -65,6 +66,33 @@ int modelOf(const JxlBasicInfo &b) {
   return b.num_color_channels == 1 ? TSL_GREY : TSL_RGB;
 }
 
+// The frames of an animation from their headers (the pixels are skipped):
+// their count, delays in milliseconds and the loop count.
+int countFrames(const Source &src, const JxlBasicInfo &b, TslFileInfo *info) {
+  DecoderPtr dec = openDecoder(src, JXL_DEC_FRAME);
+  if (!dec) return TSL_ERR_MEMORY;
+  std::vector<int> delays;
+  for (;;) {
+    const JxlDecoderStatus status = JxlDecoderProcessInput(dec.get());
+    if (status == JXL_DEC_SUCCESS) break;
+    if (status != JXL_DEC_FRAME) return delays.empty() ? TSL_ERR_CORRUPT : TSL_OK;  // damaged after a frame: what was read
+    JxlFrameHeader header;
+    if (JxlDecoderGetFrameHeader(dec.get(), &header) != JXL_DEC_SUCCESS) return TSL_ERR_CORRUPT;
+    const uint64_t ticks_ms = b.animation.tps_numerator
+                                  ? uint64_t{header.duration} * 1000 * b.animation.tps_denominator /
+                                        b.animation.tps_numerator
+                                  : 0;
+    delays.push_back(static_cast<int>(ticks_ms > 3600000 ? 3600000 : ticks_ms));
+    if (delays.size() > 100000) return TSL_ERR_CORRUPT;
+  }
+  if (delays.empty()) return TSL_ERR_CORRUPT;
+  info->pages = static_cast<int>(delays.size());
+  info->loop_count = static_cast<int>(b.animation.num_loops);
+  info->delays = static_cast<int *>(std::calloc(delays.size(), sizeof(int)));
+  if (info->delays) std::memcpy(info->delays, delays.data(), delays.size() * sizeof(int));
+  return TSL_OK;
+}
+
 int jxlInfo(const Source &src, int, TslFileInfo *info) {
   if (!libjxl.openFor("JPEG XL files", info->message, sizeof info->message)) return TSL_ERR_BAD_FILE;
   DecoderPtr dec = openDecoder(src, JXL_DEC_BASIC_INFO);
@@ -84,14 +112,13 @@ int jxlInfo(const Source &src, int, TslFileInfo *info) {
   info->compression = TSL_COMP_JPEGXL;
   info->orientation = b.orientation >= 1 && b.orientation <= 8 ? static_cast<int>(b.orientation) : 1;
   info->pages = 1;
-  return TSL_OK;
+  if (!b.have_animation) return TSL_OK;
+  return countFrames(src, b, info);
 }
 
 int jxlLoad(const Source &src, TslPicture *picture, LoadContext &ctx) {
-  if (ctx.page() != 0) {
-    ctx.setMessage("Page %d does not exist (1 page)", ctx.page() + 1);
-    return TSL_ERR_BAD_FILE;
-  }
+  const int page = ctx.page();
+  if (page < 0) return TSL_ERR_BAD_FILE;
   char message[256];
   if (!libjxl.openFor("JPEG XL files", message, sizeof message)) return ctx.fail(TSL_ERR_BAD_FILE, message);
   DecoderPtr dec = openDecoder(src, JXL_DEC_BASIC_INFO | JXL_DEC_FULL_IMAGE);
@@ -107,6 +134,13 @@ int jxlLoad(const Source &src, TslPicture *picture, LoadContext &ctx) {
         JxlBasicInfo b;
         if (JxlDecoderGetBasicInfo(dec.get(), &b) != JXL_DEC_SUCCESS) return TSL_ERR_CORRUPT;
         if (!ctx.sizeAllowed(b.xsize, b.ysize)) return TSL_ERR_MEMORY;
+        if (page > 0) {
+          if (!b.have_animation) {
+            ctx.setMessage("Page %d does not exist (1 page)", page + 1);
+            return TSL_ERR_BAD_FILE;
+          }
+          JxlDecoderSkipFrames(dec.get(), static_cast<size_t>(page));
+        }
         const int model = modelOf(b);
         format.num_channels = model == TSL_GREY ? 1 : model == TSL_RGBA ? 4 : 3;
         int code = ctx.alloc(picture, model, b.xsize, b.ysize);
@@ -129,7 +163,7 @@ int jxlLoad(const Source &src, TslPicture *picture, LoadContext &ctx) {
         break;
       }
       case JXL_DEC_FULL_IMAGE: {
-        // The first frame is the picture.
+        // The first frame not skipped is the picture.
         if (!packed.empty()) {
           const size_t line = static_cast<size_t>(picture->width) * format.num_channels;
           for (uint32_t y = 0; y < picture->height; ++y) std::memcpy(rowOf(picture, y), &packed[line * y], line);
@@ -141,7 +175,12 @@ int jxlLoad(const Source &src, TslPicture *picture, LoadContext &ctx) {
       case JXL_DEC_NEED_MORE_INPUT:
         return TSL_ERR_READ;
       case JXL_DEC_SUCCESS:
-        return TSL_ERR_CORRUPT;  // ended without a frame
+        // Ended before the frame: past the last frame, or no frame at all.
+        if (page > 0) {
+          ctx.setMessage("Frame %d does not exist", page + 1);
+          return TSL_ERR_BAD_FILE;
+        }
+        return TSL_ERR_CORRUPT;
       default:
         return TSL_ERR_CORRUPT;
     }
@@ -239,6 +278,6 @@ int jxlSave(FILE *file, const TslPicture *picture, SaveContext &ctx) {
 extern const FormatDef kJxlFormat = {
     "jxl", "JPEG XL", "jxl",
     {{1, -1, -1, -1}, {2, 256, -1, -1}, {4, 256, -1, -1}, {TSL_KIND_TRUECOLOR, -1, -1, -1}, {-1, 0, 0, 0}},
-    kMagicStrong, false, jxlSniff, jxlInfo, jxlLoad, jxlSave, nullptr};
+    kMagicStrong, true, jxlSniff, jxlInfo, jxlLoad, jxlSave, nullptr};
 
 }  // namespace tessel
