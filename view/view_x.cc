@@ -679,7 +679,7 @@ bool IsAnimation(const ViewRecord *v) {
   if (v->pages < 2 || v->delays.empty() || Settings().View.DisableAnimation) return false;
   const char *name = tslFormatGetName(v->format);
   if (!name) return false;
-  if (std::strcmp(name, "gif") == 0 || std::strcmp(name, "webp") == 0) return true;
+  if (std::strcmp(name, "gif") == 0 || std::strcmp(name, "webp") == 0 || std::strcmp(name, "jxl") == 0) return true;
   return Settings().View.EnableBmpAnimation && std::strcmp(name, "bmp") == 0;
 }
 
