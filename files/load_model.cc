@@ -6,63 +6,6 @@
 
 namespace quilla {
 
-namespace {
-
-// Reads one line of any length; only its first 127 characters are kept.
-bool ReadLine(FILE *f, std::string *line) {
-  line->clear();
-  int c;
-  bool any = false;
-  while ((c = std::fgetc(f)) != EOF) {
-    any = true;
-    if (c == '\n') break;
-    if (line->size() < 127) line->push_back(static_cast<char>(c));
-  }
-  return any;
-}
-
-bool ParseHeader(const char *text, int *channels, int *entries) {
-  return std::sscanf(text, "LUT: %d %d", channels, entries) == 2 ||
-         std::sscanf(text, "lut: %d %d", channels, entries) == 2;
-}
-
-uint16_t ClampEntry(int v) { return static_cast<uint16_t>(v < 0 ? 0 : v > 65535 ? 65535 : v); }
-
-}  // namespace
-
-bool ReadLutFile(const char *path, int size, Lut *lut) {
-  *lut = Lut();
-  if (!path || !*path || size <= 0) return false;
-  FILE *f = std::fopen(path, "r");
-  if (!f) return false;
-  std::string line;
-  int channels = 0, entries = 0;
-  bool header = false;
-  int next = 0;
-  while (ReadLine(f, &line)) {
-    if (line[0] == '#') continue;
-    if (!header) {
-      if (!ParseHeader(line.c_str(), &channels, &entries)) continue;
-      // Deliberately lenient: only a header wrong in both respects is refused.
-      if (channels != 1 && channels != 3 && entries != size) break;
-      header = true;
-      for (auto &p : lut->plane) p.assign(static_cast<size_t>(size), 0);
-      lut->size = size;
-      continue;
-    }
-    int value;
-    if (std::sscanf(line.c_str(), "%d", &value) != 1) continue;
-    if (next >= size) continue;  // past the table: ignored
-    uint16_t v = ClampEntry(value);
-    lut->plane[0][next] = v;
-    if (channels == 3) lut->plane[1][next] = lut->plane[2][next] = v;
-    ++next;
-  }
-  std::fclose(f);
-  if (!header) *lut = Lut();
-  return header;
-}
-
 PageSize PostscriptPageSize(int value) {
   static const PageSize kSizes[] = {{792, 1224}, {2380, 3368}, {1684, 2380}, {1190, 1684}, {842, 1190},
                                     {595, 842},  {421, 595},   {709, 1002},  {501, 709},   {1224, 792},
@@ -104,10 +47,7 @@ void FillLoadRequest(const SettingsRecord &settings, int format, int page, bool 
   p.ps_page_height = ps.height;
 
   req->lut = Lut();
-  if (load.UseLut && ReadLutFile(load.Lut10to8Name, 1024, &req->lut)) {
-    for (int i = 0; i < 3; ++i) p.lut[i] = req->lut.plane[i].data();
-    p.lut_size = req->lut.size;
-  }
+  if (load.UseLut && ReadLutFile(load.Lut10to8Name, 1024, &req->lut)) UseLut(req->lut, &p);
 
   if (load.IgnoreError) p.flags |= TSL_FLAG_KEEP_DAMAGED;
 }

@@ -9,29 +9,10 @@
 #include <vector>
 
 #include "core/settings.h"
+#include "imgproc/lut_file.h"
 #include "tessel.h"
 
 namespace quilla {
-
-// A look-up table: three planes of `size` 16-bit entries.  An empty table
-// (size 0) means no LUT is used.
-struct Lut {
-  std::vector<uint16_t> plane[3];
-  int size = 0;
-  bool empty() const { return size == 0; }
-};
-
-// Reads a LUT text file for a table of `size` entries (1024 when loading,
-// 256 when saving).  Only the first 127 characters of a line count; lines
-// starting with "#" are comments, lines before the header are skipped.  The
-// header "LUT: <channels> <entries>" (or "lut: ...") is refused only when
-// the channel count is neither 1 nor 3 and the entry count differs from
-// `size`: any 1- or 3-channel header is accepted, whatever its count.
-// Each later "%d" line is one entry: with 3 channels it fills the same entry
-// of all three planes, otherwise the first plane in order.  Entries past
-// `size` are ignored.  Returns false, leaving *lut empty, when the file is
-// missing, has no header or its header is refused.
-bool ReadLutFile(const char *path, int size, Lut *lut);
 
 // PostScript page size in points for Load.PostscriptPageSize; 0 x 0 for
 // values outside the table.

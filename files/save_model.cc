@@ -234,10 +234,7 @@ void ApplyFormatSettings(const SettingsRecord &settings, const char *name, bool 
   TslParams &p = req->params;
   auto is = [name](const char *n) { return name && std::strcmp(name, n) == 0; };
   if (is("cin") || is("dpx")) {
-    if (save.UseLut && ReadLutFile(save.Lut8to10Name, 256, &req->lut)) {
-      for (int i = 0; i < 3; ++i) p.lut[i] = req->lut.plane[i].data();
-      p.lut_size = req->lut.size;
-    }
+    if (save.UseLut && ReadLutFile(save.Lut8to10Name, 256, &req->lut)) UseLut(req->lut, &p);
   } else if (is("jpeg")) {
     p.quality = save.JpegQuality;
     p.progressive = save.JpegProgressive;

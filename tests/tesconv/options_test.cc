@@ -5,6 +5,7 @@
 
 #include <cmath>
 
+#include "test_util.h"
 #include "tools/tesconv/tesconv.h"
 
 namespace quilla {
@@ -317,6 +318,41 @@ TEST(TesconvOptions, FormatSettingsReachTheParameters) {
     ConvOptions o;
     EXPECT_FALSE(ParseCommandLine(SplitWords(bad), &o, &error)) << bad;
     EXPECT_FALSE(error.empty()) << bad;
+  }
+}
+
+// -lut10to8 reads film samples through a LUT file: an inverting table
+// turns a 10-bit DPX of black and white into white and black.
+TEST(TesconvOptions, LutFilesReachTheReader) {
+  testutil::TempDir dir;
+  std::string in_lut = "LUT: 1 1024\n", out_lut = "LUT: 3 256\n";
+  for (int i = 0; i < 1024; ++i) in_lut += std::to_string(255 - i / 4) + "\n";
+  for (int i = 0; i < 256; ++i) out_lut += std::to_string(i * 4) + "\n";
+  testutil::WriteFile(dir.file("in.lut"), in_lut);
+  testutil::WriteFile(dir.file("out.lut"), out_lut);
+  ConvOptions opt;
+  std::string error;
+  ASSERT_TRUE(ParseCommandLine(SplitWords("-lut10to8 " + dir.file("in.lut") + " -lut8to10 " + dir.file("out.lut") +
+                                          " -out dpx a.dpx"),
+                               &opt, &error))
+      << error;
+  testutil::Pic pic(testutil::MakePicture(TSL_RGB, 2, 1, 0));
+  pic->pixels[0] = pic->pixels[1] = pic->pixels[2] = 0;
+  pic->pixels[3] = pic->pixels[4] = pic->pixels[5] = 255;
+  TslParams save, load;
+  SaveParams(opt, pic, &save);
+  EXPECT_EQ(save.lut_size, 256);
+  save.dpx_10bits = 1;
+  ASSERT_EQ(tslSave(dir.file("a.dpx").c_str(), &pic, &save), TSL_OK);
+  LoadParams(opt, &load);
+  testutil::Pic back;
+  ASSERT_EQ(tslLoad(dir.file("a.dpx").c_str(), &back, &load), TSL_OK);
+  EXPECT_EQ(back->pixels[0], 255);
+  EXPECT_EQ(back->pixels[3], 0);
+  for (const char *bad : {"-lut10to8", "-lut10to8 /nonexistent/x.lut"}) {
+    ConvOptions o;
+    EXPECT_FALSE(ParseCommandLine(SplitWords(std::string(bad) + " -out png a"), &o, &error)) << bad;
+    EXPECT_NE(error.find("-lut10to8"), std::string::npos) << error;
   }
 }
 

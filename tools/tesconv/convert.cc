@@ -183,6 +183,7 @@ void LoadParams(const ConvOptions &opt, TslParams *params) {
   if (opt.grob_bpp > 0) params->grob_bpp = opt.grob_bpp;
   params->target_width = opt.target_width;
   params->target_height = opt.target_height;
+  UseLut(opt.lut_in, params);
 }
 
 void SaveParams(const ConvOptions &opt, const TslPicture &picture, TslParams *params) {
@@ -195,6 +196,7 @@ void SaveParams(const ConvOptions &opt, const TslPicture &picture, TslParams *pa
   params->progressive = opt.progressive ? 1 : 0;
   params->hp49_header = opt.hp49 ? 1 : 0;
   params->dpx_10bits = opt.dpx10 ? 1 : 0;
+  UseLut(opt.lut_out, params);
   params->gif87a_header = opt.gif87a ? 1 : 0;
   params->os2_header = opt.os2 ? 1 : 0;
   params->ppm_ascii = opt.ascii ? 1 : 0;

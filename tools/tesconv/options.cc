@@ -214,6 +214,13 @@ bool ParseCommandLine(const std::vector<std::string> &args, ConvOptions *opt, st
     } else if (a == "-dpx10") {
       opt->dpx10 = true;
       ++i;
+    } else if (a == "-lut10to8" || a == "-lut8to10") {
+      const bool in = a == "-lut10to8";
+      if (i + 1 >= args.size() || !ReadLutFile(args[i + 1].c_str(), in ? 1024 : 256, in ? &opt->lut_in : &opt->lut_out)) {
+        *error = a + ": " + (i + 1 < args.size() ? "\"" + args[i + 1] + "\" is not a readable LUT file" : "a file is missing");
+        return false;
+      }
+      i += 2;
     } else if (a == "-q" || a == "-quality") {
       if (!ParseIntArg(args, i + 1, a.c_str(), 1, 100, &v, error)) return false;
       opt->quality = static_cast<int>(v);

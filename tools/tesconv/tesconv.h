@@ -9,6 +9,7 @@
 
 #include "imgproc/batch_text.h"  // NameFromTemplate, RenameOutputPath
 #include "imgproc/catalogue.h"
+#include "imgproc/lut_file.h"
 #include "imgproc/op_args.h"  // ParseOperation, SplitWords
 #include "tessel.h"
 
@@ -58,6 +59,8 @@ struct ConvOptions {
   int transparent = -1;       // -transparent N
   bool hp49 = false;          // -hp49: GROB written with the HP49 header
   bool dpx10 = false;         // -dpx10: DPX written with 10-bit samples
+  Lut lut_in;                 // -lut10to8 FILE: Cineon and DPX samples read through this table
+  Lut lut_out;                // -lut8to10 FILE: ... written through this one
 
   OpProcessList ops;          // picture operations, in command-line order
   std::vector<std::string> files;
