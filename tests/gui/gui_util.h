@@ -263,6 +263,7 @@ class GuiFixture : public Base {
   }
 
   static void Pump(int rounds = 3) { guitest::Pump(rounds); }
+  static void RunFor(int ms) { guitest::RunFor(ms); }
   // Runs the event loop, work procedures included, until `done` or `ms`
   // milliseconds passed; whether `done` came true.
   template <typename F>
