@@ -271,7 +271,6 @@ class GuiFixture : public Base {
     const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
     while (std::chrono::steady_clock::now() < end) {
       if (done()) return true;
-      XSync(quilla::App().dpy, False);
       // Waiting for an event runs the work procedures; the time-out bounds the wait.
       XtAppAddTimeOut(quilla::App().app, 5, [](XtPointer, XtIntervalId *) {}, nullptr);
       XtAppProcessEvent(quilla::App().app, XtIMAll);
