@@ -7,25 +7,17 @@
 #include <gtest/gtest.h>
 
 #include <X11/Intrinsic.h>
-#include <X11/Shell.h>
 #include <Xm/TextF.h>
 #include <Xm/ToggleB.h>
 #include <Xm/Xm.h>
-#include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include <algorithm>
-#include <chrono>
 #include <string>
 #include <vector>
 
 #include "core/app_x.h"
-#include "core/display_x.h"
 #include "core/settings.h"
 #include "files/batch_x.h"
-#include "files/load_x.h"
 #include "gui_util.h"
 #include "test_util.h"
 #include "view/op_dialogs_x.h"
@@ -40,17 +32,11 @@ using testutil::DirNames;
 
 std::vector<std::string> g_confirms;
 
-class BatchDialog : public ::testing::Test {
+class BatchDialog : public guitest::GuiTest {
  protected:
   void SetUp() override {
-    if (!testutil::HaveTool("xdotool")) GTEST_SKIP() << "xdotool is needed to type into the dialog";
-    const guitest::TestServer *server = guitest::UseTestServer("QUILLA_TEST_DISPLAY");
-    if (!server) GTEST_SKIP() << "QUILLA_TEST_DISPLAY not set (scripts/test starts the X servers)";
-    display_ = server->name;
-    dpy_ = server->dpy;
-    owner_ = server->keeper;
-    InitVisual(dpy_, App().screen, -1, false);
-    ReadSettingsFile(&Settings(), dir_.file("none.rc"));
+    Open("QUILLA_TEST_DISPLAY", true);
+    if (IsSkipped()) return;
     // The converter's PNG level, which the script line does not carry.
     Settings().Save.PngCompressionLevel = 6;
     std::snprintf(Settings().Convert.DefaultFormat, sizeof Settings().Convert.DefaultFormat, "png");
@@ -69,30 +55,20 @@ class BatchDialog : public ::testing::Test {
     SetDialogHook(nullptr);
     AdvancedProcessList().clear();
   }
-  void Pump() {
-    for (int r = 0; r < 3; ++r) {
-      XSync(dpy_, False);
-      while (XtAppPending(App().app)) XtAppProcessEvent(App().app, XtIMAll);
-    }
-  }
-  // Keys as a user types them, into the shell given the keyboard; tests
-  // on the same server take turns through a lock file.
+  // Keys as a user types them, into the shell given the keyboard.
   void Type(Widget shell, const std::string &args) {
-    guitest::FocusWhenMapped(dpy_, shell);
-    const std::string lock = "/tmp/quilla-keyboard" + display_ + ".lock";
-    const int fd = open(lock.c_str(), O_CREAT | O_RDWR, 0666);
-    if (fd >= 0) flock(fd, LOCK_EX);
-    XSetInputFocus(dpy_, XtWindow(shell), RevertToPointerRoot, CurrentTime);
-    XSync(dpy_, False);
-    EXPECT_EQ(testutil::Run("DISPLAY=" + display_ + " xdotool " + args), 0);
+    Xdo(args, shell);
     Pump();
-    if (fd >= 0) close(fd);
   }
-
-  testutil::TempDir dir_;
-  std::string display_;
-  Display *dpy_ = nullptr;
-  Widget owner_ = nullptr;
+  // Pictures of `model` w x h saved as `format`, numbered from `seed`.
+  static void Save(const std::string &path, int model, uint32_t w, uint32_t h, uint32_t seed, const char *format) {
+    testutil::Pic pic(testutil::MakePicture(model, w, h, seed));
+    TslParams p;
+    tslDefaultParams(&p);
+    p.format = tslFormatGetIndex(format);
+    p.flags = TSL_FLAG_SAVE;
+    ASSERT_EQ(tslSave(path.c_str(), &pic, &p), TSL_OK);
+  }
 };
 
 TEST_F(BatchDialog, MultiConvertTypedAndRunMatchesItsScriptThroughTheConverter) {
@@ -100,13 +76,8 @@ TEST_F(BatchDialog, MultiConvertTypedAndRunMatchesItsScriptThroughTheConverter) 
   for (const std::string &d : {in, out, by_script}) ASSERT_EQ(::mkdir(d.c_str(), 0777), 0);
   std::vector<std::string> inputs;
   for (int k = 0; k < 4; ++k) {
-    testutil::Pic pic(testutil::MakePicture(k == 3 ? TSL_GREY : TSL_RGB, 50 + k, 30, k + 3));
-    TslParams p;
-    tslDefaultParams(&p);
-    p.format = tslFormatGetIndex(k % 2 ? "bmp" : "png");
-    p.flags = TSL_FLAG_SAVE;
     inputs.push_back(in + "/pic" + std::to_string(k) + (k % 2 ? ".bmp" : ".png"));
-    ASSERT_EQ(tslSave(inputs.back().c_str(), &pic, &p), TSL_OK);
+    Save(inputs.back(), k == 3 ? TSL_GREY : TSL_RGB, 50 + k, 30, k + 3, k % 2 ? "bmp" : "png");
   }
   testutil::WriteFile(out + "/pic2.png", "old");  // asked about, and replaced
   AdvancedProcessList() = {OpDefaultProcess(OpCatalogueFind("-negate", nullptr)),
@@ -123,16 +94,10 @@ TEST_F(BatchDialog, MultiConvertTypedAndRunMatchesItsScriptThroughTheConverter) 
   Type(shell, "type --delay 5 '" + out + "'");
   Type(shell, "key Return");
   std::string title;
-  const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-  while (BatchRunning() && std::chrono::steady_clock::now() < until) {
-    if (Widget p = ShownProgress()) {
-      char *t = nullptr;
-      XtVaGetValues(p, XmNtitle, &t, nullptr);
-      if (t) title = t;
-    }
-    XtAppProcessEvent(App().app, XtIMAll);
-  }
-  ASSERT_FALSE(BatchRunning());
+  ASSERT_TRUE(RunUntil(60000, [&] {
+    if (Widget p = ShownProgress()) title = Title(p);
+    return !BatchRunning();
+  }));
   EXPECT_EQ(title, "Multi Converting...");
   EXPECT_EQ(g_confirms, std::vector<std::string>{"Do you want to overwrite\n<" + out + "/pic2.png> ?"});
   const std::vector<std::string> made = DirNames(out);
@@ -157,12 +122,7 @@ TEST_F(BatchDialog, MultiConvertTypedAndRunMatchesItsScriptThroughTheConverter) 
 // the output name given the chosen format's extension, turned right.
 TEST_F(BatchDialog, SequenceConvertTypedAndRun) {
   for (int n : {1, 2, 3}) {
-    testutil::Pic pic(testutil::MakePicture(TSL_RGB, 40, 20, n));
-    TslParams p;
-    tslDefaultParams(&p);
-    p.format = tslFormatGetIndex("bmp");
-    p.flags = TSL_FLAG_SAVE;
-    ASSERT_EQ(tslSave(dir_.file("scan" + std::to_string(n) + ".bmp").c_str(), &pic, &p), TSL_OK);
+    Save(dir_.file("scan" + std::to_string(n) + ".bmp"), TSL_RGB, 40, 20, n, "bmp");
   }
   ASSERT_TRUE(RunFileCommand(nullptr, owner_, "sequenceConvert"));
   Widget shell = ShownSeqConvert();
@@ -182,9 +142,7 @@ TEST_F(BatchDialog, SequenceConvertTypedAndRun) {
   XmTextFieldSetString(XtNameToWidget(shell, "*fncvInputEnd"), const_cast<char *>("3"));
   XmTextFieldSetString(XtNameToWidget(shell, "*fncvInputStep"), const_cast<char *>("2"));
   Type(shell, "key Return");
-  const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-  while (BatchRunning() && std::chrono::steady_clock::now() < until) XtAppProcessEvent(App().app, XtIMAll);
-  ASSERT_FALSE(BatchRunning());
+  ASSERT_TRUE(RunUntil(60000, [] { return !BatchRunning(); }));
   EXPECT_EQ(DirNames(dir_.path()), (std::vector<std::string>{"out01.png", "out03.png", "scan1.bmp", "scan2.bmp",
                                                           "scan3.bmp"}));
   testutil::Info info;

@@ -71,16 +71,11 @@ uint32_t BigEndian32(const std::string &bytes, size_t at) {
   return uint32_t(p[0]) << 24 | uint32_t(p[1]) << 16 | uint32_t(p[2]) << 8 | p[3];
 }
 
-class BrowserTest : public ::testing::Test {
+class BrowserTest : public guitest::GuiTest {
  protected:
   void Open(const char *env) {
-    const guitest::TestServer *server = guitest::UseTestServer(env);
-    if (!server) GTEST_SKIP() << env << " not set (scripts/test starts the X servers)";
     Home();
-    dpy_ = server->dpy;
-    App().start_dir = dir_.path();
-    InitVisual(dpy_, App().screen, -1, false);
-    ReadSettingsFile(&Settings(), dir_.file("none.rc"));
+    guitest::GuiTest::Open(env);
   }
   void TearDown() override {
     if (!dpy_) return;
@@ -88,26 +83,17 @@ class BrowserTest : public ::testing::Test {
     while (Widget s = ViewShellAt(0)) RunViewCommand(s, "close");
     Pump();
   }
-  // Runs the event loop (work procedures included) until `done` or 20 s.
-  template <typename F>
-  bool RunUntil(F done) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (!done() && std::chrono::steady_clock::now() < end) {
-      // Waiting for an event runs the work procedures; the time-out bounds
-      // the wait.
-      XtAppAddTimeOut(App().app, 5, [](XtPointer, XtIntervalId *) {}, nullptr);
-      XtAppProcessEvent(App().app, XtIMAll);
-    }
-    return done();
-  }
   BrowserState State() {
     BrowserState st;
     EXPECT_TRUE(GetBrowserState(&st));
     return st;
   }
-  bool LoopDone() {
-    BrowserState st;
-    return GetBrowserState(&st) && !st.loop_running;
+  // Runs the event loop until the browser's work is done (20 s at most).
+  bool Settled() {
+    return RunUntil(20000, [] {
+      BrowserState st;
+      return GetBrowserState(&st) && !st.loop_running;
+    });
   }
   // A directory of pictures made by the library, plus a text file and a
   // subdirectory.
@@ -127,8 +113,7 @@ class BrowserTest : public ::testing::Test {
     return d;
   }
   void Keys(const std::string &keys) {
-    const std::string cmd = std::string("DISPLAY=") + DisplayString(dpy_) + " xdotool key --delay 40 " + keys;
-    ASSERT_EQ(std::system(cmd.c_str()), 0);
+    Xdo("key --delay 40 " + keys);
     for (int i = 0; i < 10; ++i) {
       Pump();
       usleep(10000);
@@ -158,9 +143,6 @@ class BrowserTest : public ::testing::Test {
     XDestroyImage(img);
     return red;
   }
-
-  TempDir dir_;
-  Display *dpy_ = nullptr;
 };
 
 TEST_F(BrowserTest, ListsSortsAndDrawsTheFourModes) {
@@ -183,7 +165,7 @@ TEST_F(BrowserTest, ListsSortsAndDrawsTheFourModes) {
     EXPECT_EQ(Names(*BrowserFileList()), (std::vector<std::string>{"..", "sub", "a.png", "b.png", "c.txt"}));
 
     // Large icons: the two pictures get thumbnails and reach the window.
-    ASSERT_TRUE(RunUntil([&] { return LoopDone(); }));
+    ASSERT_TRUE(Settled());
     EXPECT_EQ(State().thumbnails, 2);
     EXPECT_TRUE(CanvasShowsRed());
     const FileList &list = *BrowserFileList();
@@ -192,7 +174,7 @@ TEST_F(BrowserTest, ListsSortsAndDrawsTheFourModes) {
 
     // Small icons: their own thumbnails, 16x16 at most.
     RunBrowserCommand("viewAsSmallIcons");
-    ASSERT_TRUE(RunUntil([&] { return LoopDone(); }));
+    ASSERT_TRUE(Settled());
     EXPECT_EQ(State().view_mode, kViewSmallIcons);
     EXPECT_EQ(State().thumbnails, 2);
     EXPECT_LE(list.at(2).small.width, 16);
@@ -200,16 +182,16 @@ TEST_F(BrowserTest, ListsSortsAndDrawsTheFourModes) {
 
     // List: information only, no pixels of the picture.
     RunBrowserCommand("viewAsList");
-    ASSERT_TRUE(RunUntil([&] { return LoopDone(); }));
+    ASSERT_TRUE(Settled());
     EXPECT_EQ(State().thumbnails, 0);
     EXPECT_EQ(list.at(2).info.width, 60u);
     EXPECT_FALSE(CanvasShowsRed());
 
     RunBrowserCommand("viewAsColumn");
-    EXPECT_TRUE(RunUntil([&] { return LoopDone(); }));
+    EXPECT_TRUE(Settled());
     EXPECT_EQ(State().view_mode, kViewColumns);
     RunBrowserCommand("viewAsIcons");
-    ASSERT_TRUE(RunUntil([&] { return LoopDone(); }));
+    ASSERT_TRUE(Settled());
     EXPECT_TRUE(CanvasShowsRed());
     RunBrowserCommand("close");
     Pump();
@@ -231,13 +213,13 @@ TEST_F(BrowserTest, ColumnViewOpensNothingAndTypeSortComesLast) {
   EXPECT_EQ(BrowserFileList()->count(), 6);
   std::remove((d + "/.hidden.png").c_str());
   RunBrowserCommand("quickRefresh");
-  ASSERT_TRUE(RunUntil([&] { return LoopDone(); }));
+  ASSERT_TRUE(Settled());
   for (const FileEntry &e : BrowserFileList()->entries()) EXPECT_EQ(e.state & (kStateKnown | kStateUnreadable), 0u);
   // Sorting by type puts the read pictures before the unknown file once
   // the list view has read them.
   RunBrowserCommand("arrangeByType");
   RunBrowserCommand("viewAsList");
-  ASSERT_TRUE(RunUntil([&] { return LoopDone(); }));
+  ASSERT_TRUE(Settled());
   EXPECT_EQ(Names(*BrowserFileList()), (std::vector<std::string>{"..", "sub", "a.png", "b.png", "c.txt"}));
 }
 
@@ -248,7 +230,7 @@ TEST_F(BrowserTest, CacheIsWrittenAtCloseAndServesTheNextVisit) {
   Settings().Cache.IsActive = true;
   Settings().Cache.Compression = 1;
   ASSERT_NE(OpenBrowser(App().shell, d.c_str()), nullptr);
-  ASSERT_TRUE(RunUntil([&] { return LoopDone(); }));
+  ASSERT_TRUE(Settled());
   EXPECT_EQ(State().thumbnails, 2);
   RunBrowserCommand("close");
   Pump();
@@ -272,7 +254,7 @@ TEST_F(BrowserTest, CacheIsWrittenAtCloseAndServesTheNextVisit) {
     utime(path.c_str(), &times);
   }
   ASSERT_NE(OpenBrowser(App().shell, d.c_str()), nullptr);
-  ASSERT_TRUE(RunUntil([&] { return LoopDone(); }));
+  ASSERT_TRUE(Settled());
   EXPECT_EQ(State().thumbnails, 2);
   EXPECT_TRUE(CanvasShowsRed());
 
@@ -305,7 +287,7 @@ TEST_F(BrowserTest, CacheIsWrittenAtCloseAndServesTheNextVisit) {
   // The browser goes on without its database: a refresh makes the
   // thumbnails again (the files are no pictures now).
   RunBrowserCommand("refresh");
-  ASSERT_TRUE(RunUntil([&] { return LoopDone(); }));
+  ASSERT_TRUE(Settled());
   EXPECT_EQ(State().thumbnails, 0);
   Settings().Cache.IsActive = false;
 }
@@ -313,7 +295,7 @@ TEST_F(BrowserTest, CacheIsWrittenAtCloseAndServesTheNextVisit) {
 TEST_F(BrowserTest, KeyboardMovesOpensGoesUpAndFindsByName) {
   Open("QUILLA_TEST_DISPLAY");
   if (!dpy_) return;
-  if (std::system("command -v xdotool >/dev/null 2>&1") != 0) GTEST_SKIP() << "xdotool is not installed";
+  if (!testutil::HaveTool("xdotool")) GTEST_SKIP() << "xdotool is not installed";
   const std::string d = MakeDirectory("keys");
   WriteFile(d + "/sub/zz.txt", "z");
   Settings().Browser.Viewas = kViewList;
@@ -335,7 +317,7 @@ TEST_F(BrowserTest, KeyboardMovesOpensGoesUpAndFindsByName) {
   EXPECT_EQ(BrowserFileList()->at(State().current).name, std::string("b.png"));
   // Return on a picture opens a view on it.
   Keys("Return");
-  ASSERT_TRUE(RunUntil([] { return ViewCount() == 1; }));
+  ASSERT_TRUE(RunUntil(20000, [] { return ViewCount() == 1; }));
   ViewState vs;
   ASSERT_TRUE(GetViewState(ViewShellAt(0), &vs));
   EXPECT_EQ(vs.path, d + "/b.png");
@@ -368,12 +350,12 @@ TEST_F(BrowserTest, KeyboardMovesOpensGoesUpAndFindsByName) {
 TEST_F(BrowserTest, ClickSelectsAndDoubleClickEnters) {
   Open("QUILLA_TEST_DISPLAY");
   if (!dpy_) return;
-  if (std::system("command -v xdotool >/dev/null 2>&1") != 0) GTEST_SKIP() << "xdotool is not installed";
+  if (!testutil::HaveTool("xdotool")) GTEST_SKIP() << "xdotool is not installed";
   const std::string d = MakeDirectory("mouse");
   Settings().Browser.Viewas = kViewList;
   Widget shell = OpenBrowser(App().shell, d.c_str());
   ASSERT_NE(shell, nullptr);
-  ASSERT_TRUE(RunUntil([&] {
+  ASSERT_TRUE(RunUntil(20000, [&] {
     XWindowAttributes a;
     return XGetWindowAttributes(dpy_, XtWindow(shell), &a) && a.map_state == IsViewable;
   }));
@@ -389,21 +371,21 @@ TEST_F(BrowserTest, ClickSelectsAndDoubleClickEnters) {
   int x, y;
   row_at(3, &x, &y);  // b.png
   ASSERT_EQ(std::system((xdo + "mousemove " + std::to_string(x) + " " + std::to_string(y) + " click 1").c_str()), 0);
-  RunUntil([&] { return State().current == 3; });
+  RunUntil(20000, [&] { return State().current == 3; });
   EXPECT_EQ(State().current, 3);
   EXPECT_EQ(ViewCount(), 0);  // one click only selects
   row_at(4, &x, &y);          // c.txt, with Shift: the two are selected
   ASSERT_EQ(std::system((xdo + "mousemove " + std::to_string(x) + " " + std::to_string(y) +
                          " keydown shift click 1 keyup shift").c_str()),
             0);
-  RunUntil([&] { return State().current == 4; });
+  RunUntil(20000, [&] { return State().current == 4; });
   EXPECT_EQ(BrowserFileList()->selectedCount(), 2);
   usleep(500000);  // no double click with what follows
   row_at(1, &x, &y);  // sub
   ASSERT_EQ(std::system((xdo + "mousemove " + std::to_string(x) + " " + std::to_string(y) +
                          " click --repeat 2 --delay 80 1").c_str()),
             0);
-  RunUntil([&] { return State().directory == d + "/sub/"; });
+  RunUntil(20000, [&] { return State().directory == d + "/sub/"; });
   EXPECT_EQ(State().directory, d + "/sub/");
 }
 
@@ -415,7 +397,7 @@ TEST_F(BrowserTest, OpenTakesTheSelectionAndPropertiesTheCurrentFile) {
   ASSERT_NE(shell, nullptr);
   // Everything selected: one view walking the pictures (directories and
   // the file the loop found unreadable stay out of its list).
-  ASSERT_TRUE(RunUntil([&] { return LoopDone(); }));
+  ASSERT_TRUE(Settled());
   RunBrowserCommand("selectAll");
   // The slide show dialog takes the selected pictures in the browser's order.
   RunBrowserCommand("slideShow");
@@ -431,7 +413,7 @@ TEST_F(BrowserTest, OpenTakesTheSelectionAndPropertiesTheCurrentFile) {
   XtFree(first);
   XtDestroyWidget(slides);
   RunBrowserCommand("open");
-  ASSERT_TRUE(RunUntil([] { return ViewCount() == 1; }));
+  ASSERT_TRUE(RunUntil(20000, [] { return ViewCount() == 1; }));
   ViewState vs;
   ASSERT_TRUE(GetViewState(ViewShellAt(0), &vs));
   EXPECT_EQ(vs.path, d + "/a.png");
@@ -458,7 +440,7 @@ TEST_F(BrowserTest, OpenTakesTheSelectionAndPropertiesTheCurrentFile) {
   };
   std::pair<std::string *, bool *> into(&pasted, &answered);
   XtGetSelectionValue(shell, XA_PRIMARY, XA_STRING, got, &into, XtLastTimestampProcessed(dpy_));
-  ASSERT_TRUE(RunUntil([&] { return answered; }));
+  ASSERT_TRUE(RunUntil(20000, [&] { return answered; }));
   EXPECT_EQ(pasted, d + "/b.png");
 
   RunBrowserCommand("openHexa");

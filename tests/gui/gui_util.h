@@ -4,9 +4,13 @@
 
 #include <gtest/gtest.h>
 
+#include <X11/IntrinsicP.h>
 #include <X11/Shell.h>
 #include <Xm/Xm.h>
 
+#include <Xm/TextF.h>
+#include <fcntl.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -16,6 +20,8 @@
 #include <vector>
 
 #include "core/app_x.h"
+#include "core/display_x.h"
+#include "core/settings.h"
 #include "files/load_x.h"
 #include "view/view_x.h"
 #include "tessel.h"
@@ -232,6 +238,157 @@ class AnswerMessageBoxes {
   }
   quilla::DialogHook old_ = nullptr;
 };
+
+// The base of the GUI test fixtures: a server of the tests, a temporary
+// directory, the event loop and the keyboard.  `Base` is ::testing::Test or
+// a ::testing::TestWithParam.
+template <typename Base = ::testing::Test>
+class GuiFixture : public Base {
+ protected:
+  // Points the program at the server named by `env`, with every setting at
+  // its default and the temporary directory as the start directory.  Skips
+  // the test when `env` is unset or, with `xdotool`, when xdotool is not
+  // installed: a caller outside SetUp returns when IsSkipped().
+  void Open(const char *env = "QUILLA_TEST_DISPLAY", bool xdotool = false) {
+    if (xdotool && !testutil::HaveTool("xdotool")) GTEST_SKIP() << "xdotool is needed to type into the dialogs";
+    const TestServer *server = UseTestServer(env);
+    if (!server) GTEST_SKIP() << env << " not set (scripts/test starts the X servers)";
+    display_ = server->name;
+    dpy_ = server->dpy;
+    shell_ = server->shell;
+    owner_ = server->keeper;
+    quilla::App().start_dir = dir_.path();
+    quilla::InitVisual(dpy_, quilla::App().screen, -1, false);
+    quilla::ReadSettingsFile(&quilla::Settings(), dir_.file("none.rc"));
+  }
+
+  static void Pump(int rounds = 3) { guitest::Pump(rounds); }
+  static void RunFor(int ms) { guitest::RunFor(ms); }
+  // Runs the event loop, work procedures included, until `done` or `ms`
+  // milliseconds passed; whether `done` came true.
+  template <typename F>
+  static bool RunUntil(int ms, F done) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
+    while (std::chrono::steady_clock::now() < end) {
+      if (done()) return true;
+      // Waiting for an event runs the work procedures; the time-out bounds the wait.
+      XtAppAddTimeOut(quilla::App().app, 5, [](XtPointer, XtIntervalId *) {}, nullptr);
+      XtAppProcessEvent(quilla::App().app, XtIMAll);
+    }
+    return done();
+  }
+
+  // A key press and release sent to the widget that has the keyboard in
+  // `shell`, as a user typing into the dialog.
+  void Key(Widget shell, KeySym sym, unsigned state = 0) {
+    // Motif takes typing only in a window that has the keyboard; tests
+    // running side by side on the server take it from each other.
+    Window has;
+    int revert;
+    XGetInputFocus(dpy_, &has, &revert);
+    if (has != XtWindow(shell)) {
+      XSetInputFocus(dpy_, XtWindow(shell), RevertToParent, CurrentTime);
+      Pump();
+    }
+    Widget focus = XmGetFocusWidget(shell);
+    ASSERT_NE(focus, nullptr) << XtName(shell);
+    while (!XtIsWidget(focus)) focus = XtParent(focus);  // gadgets take keys through their parent
+    SendKey(dpy_, XtWindow(focus), sym, state);
+    Pump();
+  }
+  // Lower-case letters, digits, blanks, dots and minus signs.
+  void Type(Widget shell, const std::string &text) {
+    for (char c : text)
+      Key(shell, c == ' '   ? XK_space
+                 : c == '.' ? XK_period
+                 : c == '-' ? XK_minus
+                            : static_cast<KeySym>(c));
+  }
+  // Empties the text field that has the keyboard with BackSpace (the text
+  // the dialog selected may have lost its selection to another client),
+  // then types `text`.
+  void Retype(Widget shell, const std::string &text) {
+    Widget f = XmGetFocusWidget(shell);
+    ASSERT_TRUE(f && XmIsTextField(f));
+    Key(shell, XK_End);
+    for (int n = XmTextFieldGetLastPosition(f); n >= 0; --n) Key(shell, XK_BackSpace);
+    Type(shell, text);
+  }
+  // A key press and release sent to a view's drawing area.
+  void ViewKey(Widget view, KeySym sym, unsigned state = 0) {
+    SendKey(dpy_, XtWindow(State(view).drawing_area), sym, state);
+    Pump();
+  }
+
+  // Runs xdotool with `args` on the server, as a user typing; the events
+  // wait in the queue for the caller's loop.  Tests sharing the server take turns through a lock file,
+  // so that none takes the keyboard away in between.  With `shell`, that
+  // shell is given the keyboard and the pointer first.
+  void Xdo(const std::string &args, Widget shell = nullptr) {
+    const std::string lock = "/tmp/quilla-keyboard" + display_ + ".lock";
+    const int fd = open(lock.c_str(), O_CREAT | O_RDWR, 0666);
+    if (fd >= 0) flock(fd, LOCK_EX);
+    if (shell) {
+      FocusWhenMapped(dpy_, shell);
+      XWarpPointer(dpy_, 0, XtWindow(shell), 0, 0, 0, 0, 5, 5);
+    }
+    XSync(dpy_, False);
+    EXPECT_EQ(testutil::Run("DISPLAY=" + display_ + " xdotool " + args), 0) << args;
+    if (fd >= 0) close(fd);  // releases the lock
+  }
+  // Text, then keys (both may be empty), typed by xdotool into `shell`.
+  void XdoType(Widget shell, const std::string &text, const std::string &keys = "") {
+    if (!text.empty()) Xdo("type --delay 5 '" + text + "'", shell);
+    if (!keys.empty()) Xdo("key --delay 20 " + keys, shell);
+  }
+
+  // The pop-up child `name` of `parent` that is not being destroyed, or nullptr.
+  static Widget Dialog(Widget parent, const char *name) {
+    Widget w = XtNameToWidget(parent, name);
+    return w && !w->core.being_destroyed ? w : nullptr;
+  }
+  // The text of the text field `name` under `shell`.
+  static std::string Field(Widget shell, const char *name) {
+    Widget w = XtNameToWidget(shell, name);
+    if (!w) return std::string("<no ") + name + ">";
+    char *t = XmTextFieldGetString(w);
+    std::string s = t;
+    XtFree(t);
+    return s;
+  }
+  static std::string Label(Widget shell, const char *name) { return LabelText(shell, name); }
+  static std::string Title(Widget shell) {
+    char *t = nullptr;
+    XtVaGetValues(shell, XmNtitle, &t, nullptr);
+    return t ? t : "";
+  }
+  // The name of the widget that has the keyboard in `shell`.
+  static std::string FocusName(Widget shell) {
+    Widget f = XmGetFocusWidget(shell);
+    return f ? XtName(f) : "<none>";
+  }
+  static quilla::ViewState State(Widget view) {
+    quilla::ViewState s;
+    EXPECT_TRUE(quilla::GetViewState(view, &s));
+    return s;
+  }
+
+  // A test picture saved as `name` in the temporary directory; its path.
+  std::string Png(const std::string &name, int w, int h, int model = TSL_RGB, uint32_t seed = 7,
+                  const char *format = "png") {
+    const std::string path = dir_.file(name);
+    EXPECT_TRUE(SavePicture(path, testutil::Pic(testutil::MakePicture(model, w, h, seed)), format));
+    return path;
+  }
+
+  testutil::TempDir dir_;
+  std::string display_;
+  Display *dpy_ = nullptr;
+  Widget shell_ = nullptr;  // the application shell
+  Widget owner_ = nullptr;  // a realised start window
+};
+
+using GuiTest = GuiFixture<>;
 
 }  // namespace guitest
 

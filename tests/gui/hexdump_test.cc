@@ -16,8 +16,6 @@
 #include <vector>
 
 #include "core/app_x.h"
-#include "core/display_x.h"
-#include "core/settings.h"
 #include "files/hexdump_model.h"
 #include "files/hexdump_x.h"
 #include "files/load_x.h"
@@ -33,17 +31,11 @@ using namespace quilla;
 
 std::vector<std::string> *g_messages = nullptr;
 
-class HexDumpTest : public ::testing::TestWithParam<const char *> {
+class HexDumpTest : public guitest::GuiFixture<::testing::TestWithParam<const char *>> {
  protected:
   void SetUp() override {
-    const guitest::TestServer *server = guitest::UseTestServer(GetParam());
-    if (!server) GTEST_SKIP() << GetParam() << " not set (scripts/test starts the X servers)";
-    display_ = server->name;
-    dpy_ = server->dpy;
-    owner_ = server->keeper;
-    App().start_dir = dir_.path();
-    InitVisual(dpy_, App().screen, -1, false);
-    ReadSettingsFile(&Settings(), dir_.file("none.rc"));
+    Open(GetParam());
+    if (IsSkipped()) return;
     g_messages = &messages_;
     SetDialogHook([](Widget shell) {
       if (shell != ShownMessageBox()) return;
@@ -72,9 +64,7 @@ class HexDumpTest : public ::testing::TestWithParam<const char *> {
     Pump();
   }
   void Key(const std::string &keys) {
-    XSync(dpy_, False);
-    const std::string cmd = "DISPLAY=" + display_ + " xdotool key --delay 20 " + keys;
-    ASSERT_EQ(std::system(cmd.c_str()), 0) << cmd;
+    Xdo("key --delay 20 " + keys);
     Pump();
   }
   HexDumpState State(Widget shell) {
@@ -99,10 +89,6 @@ class HexDumpTest : public ::testing::TestWithParam<const char *> {
     return data;
   }
 
-  testutil::TempDir dir_;
-  std::string display_;
-  Display *dpy_ = nullptr;
-  Widget owner_ = nullptr;
   std::vector<std::string> messages_;
 };
 

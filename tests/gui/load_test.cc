@@ -33,14 +33,6 @@ void Trampoline(Widget shell) {
   if (g_on_dialog) g_on_dialog(shell);
 }
 
-std::string Label(Widget shell, const char *child) { return guitest::LabelText(shell, child); }
-
-std::string Title(Widget shell) {
-  char *title = nullptr;
-  XtVaGetValues(shell, XmNtitle, &title, nullptr);
-  return title ? title : "";
-}
-
 void Press(Widget shell, const char *button) {
   Widget w = XtNameToWidget(shell, button);
   ASSERT_NE(w, nullptr) << button;
@@ -71,14 +63,11 @@ std::string WriteBig(const std::string &path) {
   return tslSave(path.c_str(), &pic.p, &params) == TSL_OK ? path : "";
 }
 
-class CentralLoad : public ::testing::Test {
+class CentralLoad : public guitest::GuiTest {
  protected:
   void SetUp() override {
-    const guitest::TestServer *server = guitest::UseTestServer("QUILLA_TEST_DISPLAY");
-    if (!server) GTEST_SKIP() << "QUILLA_TEST_DISPLAY unset (scripts/test starts the X servers)";
-    shell_ = server->shell;
-    dpy_ = server->dpy;
-    quilla::ReadSettingsFile(&quilla::Settings(), dir_.file("none.rc"));  // every default
+    Open();
+    if (IsSkipped()) return;
     quilla::SetDialogHook(Trampoline);
     ASSERT_FALSE(WriteBig(big_).empty());
     // Message boxes are answered with O.K. and their texts kept; the
@@ -116,10 +105,7 @@ class CentralLoad : public ::testing::Test {
     return quilla::CentralLoad(owner, path.c_str(), 0, pic, nullptr, report);
   }
 
-  testutil::TempDir dir_;
   std::string big_ = dir_.file("big.png");
-  Display *dpy_ = nullptr;
-  Widget shell_ = nullptr;
   std::set<Widget> windows_;
   std::vector<std::string> messages_;
   std::vector<int> percents_;

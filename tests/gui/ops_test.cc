@@ -25,9 +25,7 @@
 #include <string>
 
 #include "core/app_x.h"
-#include "core/display_x.h"
 #include "core/settings.h"
-#include "files/load_x.h"
 #include "gui_util.h"
 #include "imgproc/point.h"
 #include "imgproc/userfilter.h"
@@ -49,15 +47,11 @@ void Hook(Widget shell) {
   if (g_step) g_step(shell);
 }
 
-class OpsTest : public ::testing::Test {
+class OpsTest : public guitest::GuiTest {
  protected:
   void Open(const char *env) {
-    const guitest::TestServer *server = guitest::UseTestServer(env);
-    if (!server) GTEST_SKIP() << env << " not set (scripts/test starts the X servers)";
-    dpy_ = server->dpy;
-    App().main_window = nullptr;
-    InitVisual(dpy_, App().screen, -1, false);
-    ReadSettingsFile(&Settings(), dir_.file("none.rc"));
+    guitest::GuiTest::Open(env);
+    if (IsSkipped()) return;
     Settings().View.MouseNavigation = false;
     SetOpDialogHook(Hook);
     g_seen.clear();
@@ -78,11 +72,6 @@ class OpsTest : public ::testing::Test {
     Pump();
     return shell;
   }
-  ViewState State(Widget shell) {
-    ViewState s;
-    EXPECT_TRUE(GetViewState(shell, &s));
-    return s;
-  }
   // A copy of the view's picture (empty when there is none).
   testutil::Pic Copy(Widget shell) {
     testutil::Pic c;
@@ -102,10 +91,6 @@ class OpsTest : public ::testing::Test {
   }
   // A key sent to a window (the view's drawing area, a dialog's focus).
   void SendKey(Window win, KeySym sym, unsigned state = 0) { guitest::SendKey(dpy_, win, sym, state); }
-  void ViewKey(Widget shell, KeySym sym, unsigned state = 0) {
-    SendKey(XtWindow(State(shell).drawing_area), sym, state);
-    Pump();
-  }
   // Types into the widget with the keyboard in a dialog: its text replaced
   // by `text`, then `last` (Return, Escape or nothing).
   void Type(Widget dialog, const std::string &text, KeySym last) {
@@ -160,9 +145,6 @@ class OpsTest : public ::testing::Test {
     Pump();
   }
   std::string Label(Widget shell) { return guitest::LabelText(shell, "*labelInfo"); }
-
-  testutil::TempDir dir_;
-  Display *dpy_ = nullptr;
 };
 
 // The sub-picture (x, y, w, h) of a picture equals another picture.

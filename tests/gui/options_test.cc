@@ -10,83 +10,32 @@
 #include <X11/Shell.h>
 #include <X11/keysym.h>
 #include <Xm/List.h>
-#include <Xm/TextF.h>
 #include <Xm/ToggleB.h>
 #include <Xm/Xm.h>
 #include <sys/stat.h>
 
-#include <cstdlib>
-#include <map>
 #include <string>
 
 #include "core/app_x.h"
-#include "core/display_x.h"
 #include "core/options_x.h"
-#include "core/settings.h"
-#include "files/load_x.h"
 #include "gui_util.h"
-#include "test_util.h"
 #include "view/view_x.h"
 
 namespace {
 
 using namespace quilla;
 
-class OptionsTest : public ::testing::Test {
+class OptionsTest : public guitest::GuiTest {
  public:
-  // A key press and release sent to the widget that has the keyboard in
-  // `shell`, as a user typing into the dialog.
-  void Key(Widget shell, KeySym sym, unsigned state = 0) {
-    // Motif takes typing only in a window that has the keyboard; tests
-    // running side by side on the server take it from each other.
-    Window has;
-    int revert;
-    XGetInputFocus(dpy_, &has, &revert);
-    if (has != XtWindow(shell)) {
-      XSetInputFocus(dpy_, XtWindow(shell), RevertToParent, CurrentTime);
-      Pump();
-    }
-    Widget focus = XmGetFocusWidget(shell);
-    ASSERT_NE(focus, nullptr) << XtName(shell);
-    while (!XtIsWidget(focus)) focus = XtParent(focus);  // gadgets take keys through their parent
-    guitest::SendKey(dpy_, XtWindow(focus), sym, state);
-    Pump();
-  }
-  // Lower-case letters, digits, blanks and dots.
-  void Type(Widget shell, const std::string &text) {
-    for (char c : text) Key(shell, c == ' ' ? XK_space : c == '.' ? XK_period : static_cast<KeySym>(c));
-  }
-  // Empties the text field that has the keyboard with BackSpace (the text
-  // the dialog selected may have lost its selection to another client),
-  // then types `text`.
-  void Retype(Widget shell, const std::string &text) {
-    Widget f = XmGetFocusWidget(shell);
-    ASSERT_TRUE(f && XmIsTextField(f));
-    Key(shell, XK_End);
-    for (int n = XmTextFieldGetLastPosition(f); n >= 0; --n) Key(shell, XK_BackSpace);
-    Type(shell, text);
-  }
-  void Pump() { guitest::Pump(); }
+  using guitest::GuiTest::Key;  // for the time-out in SavePageAloneAnswersItsCaller
+  using guitest::GuiTest::Retype;
 
  protected:
-  void Open(const char *env) {
-    const guitest::TestServer *server = guitest::UseTestServer(env);
-    if (!server) GTEST_SKIP() << env << " not set (scripts/test starts the X servers)";
-    dpy_ = server->dpy;
-    InitVisual(dpy_, App().screen, -1, false);
-    ReadSettingsFile(&Settings(), rc_);
-  }
   void TearDown() override {
     if (!dpy_) return;
     if (Widget s = ShownOptions()) XtDestroyWidget(s);
     guitest::CloseAllViews();
     FreeFileTypes(&Settings());
-  }
-  // The pop-up child `name` of `parent` (a view's or the application's
-  // shell) that is not being destroyed, or nullptr.
-  Widget Dialog(Widget parent, const char *name) {
-    Widget w = XtNameToWidget(parent, name);
-    return w && !w->core.being_destroyed ? w : nullptr;
   }
   // Runs the view command `word` and returns the dialog `name` it shows.
   Widget Command(Widget view, const char *word, const char *name) {
@@ -94,32 +43,13 @@ class OptionsTest : public ::testing::Test {
     Pump();
     return Dialog(view, name);
   }
-  std::string FocusName(Widget shell) {
-    Widget f = XmGetFocusWidget(shell);
-    return f ? XtName(f) : "<none>";
-  }
-  std::string Field(Widget shell, const char *name) {
-    Widget w = XtNameToWidget(shell, name);
-    if (!w) return std::string("<no ") + name + ">";
-    char *t = XmTextFieldGetString(w);
-    std::string s = t;
-    XtFree(t);
-    return s;
-  }
   Widget OpenView(const std::string &path) {
     Widget shell = OpenViewOnFile(App().shell, path.c_str(), 0);
     Pump();
     return shell;
   }
-  std::string Png(const char *name, int w, int h) {
-    const std::string path = dir_.file(name);
-    EXPECT_TRUE(guitest::SavePicture(path, testutil::Pic(testutil::MakePicture(TSL_RGB, w, h, 7))));
-    return path;
-  }
 
-  testutil::TempDir dir_;
   const std::string rc_ = dir_.file("rc");
-  Display *dpy_ = nullptr;
 };
 
 TEST_F(OptionsTest, TypedValueIsKeptThroughTheSettingsFileAndEscapeDiscards) {
@@ -209,7 +139,7 @@ TEST_F(OptionsTest, InvalidValueKeepsTheDialogOpenAndChangesNothing) {
   EXPECT_EQ(Settings().Start.X, -1);
   EXPECT_FALSE(Settings().Start.SavePosition);
   EXPECT_EQ(Settings().Save.JpegQuality, 100);
-  EXPECT_NE(guitest::LabelText(shell, "*labelMessage").find("JPEG quality"), std::string::npos);
+  EXPECT_NE(Label(shell, "*labelMessage").find("JPEG quality"), std::string::npos);
   // The Save page is shown with the wrong field holding the keyboard.
   EXPECT_TRUE(XtIsManaged(XtNameToWidget(shell, "*PSave")));
   EXPECT_FALSE(XtIsManaged(XtNameToWidget(shell, "*PStart")));
@@ -266,10 +196,10 @@ TEST_F(OptionsTest, PropertiesShowTheSizeTextAndFormat) {
   ASSERT_NE(view, nullptr);
   Widget box = Command(view, "properties", "QuillProperties");
   ASSERT_NE(box, nullptr);
-  EXPECT_EQ(guitest::LabelText(box, "*labelSize"), size);
-  EXPECT_EQ(guitest::LabelText(box, "*labelFile"), path);
-  EXPECT_EQ(guitest::LabelText(box, "*labelFormat").substr(0, 4), "png ");
-  EXPECT_NE(guitest::LabelText(box, "*labelDimensions").find("300 x 200"), std::string::npos);
+  EXPECT_EQ(Label(box, "*labelSize"), size);
+  EXPECT_EQ(Label(box, "*labelFile"), path);
+  EXPECT_EQ(Label(box, "*labelFormat").substr(0, 4), "png ");
+  EXPECT_NE(Label(box, "*labelDimensions").find("300 x 200"), std::string::npos);
   // A second Ctrl+E brings the same dialog forward; Escape closes it.
   EXPECT_EQ(Command(view, "properties", "QuillProperties"), box);
   Key(box, XK_Escape);
@@ -319,7 +249,7 @@ TEST_F(OptionsTest, DescriptionThatCannotBeWrittenSaysSoAndStaysOpen) {
   Retype(box, "text");
   Key(box, XK_Return);
   ASSERT_EQ(Dialog(view, "quillDesc"), box);
-  EXPECT_EQ(guitest::LabelText(box, "*labelMessage"), "Can't save the description in " + dir_.file(".description"));
+  EXPECT_EQ(Label(box, "*labelMessage"), "Can't save the description in " + dir_.file(".description"));
   EXPECT_EQ(Field(box, "*textDesc"), "text");  // nothing typed is lost
   Key(box, XK_Escape);
   EXPECT_EQ(Dialog(view, "quillDesc"), nullptr);
@@ -332,9 +262,7 @@ TEST_F(OptionsTest, PageNumberAndResolutionDialogs) {
   ASSERT_TRUE(guitest::WritePages(path, "tiff", 4, TSL_RGB, 30, 20, 1));
   Widget view = OpenView(path);
   ASSERT_NE(view, nullptr);
-  ViewState st;
-  ASSERT_TRUE(GetViewState(view, &st));
-  ASSERT_EQ(st.pages, 4);
+  ASSERT_EQ(State(view).pages, 4);
 
   // A page outside the file keeps the dialog open; page 3 goes there.
   Widget box = Command(view, "pageNumber", "QuillPage");
@@ -343,14 +271,13 @@ TEST_F(OptionsTest, PageNumberAndResolutionDialogs) {
   Retype(box, "5");
   Key(box, XK_Return);
   ASSERT_EQ(Dialog(view, "QuillPage"), box);
-  EXPECT_NE(guitest::LabelText(box, "*labelMessage").find("1 to 4"), std::string::npos);
+  EXPECT_NE(Label(box, "*labelMessage").find("1 to 4"), std::string::npos);
   Retype(box, "3");
   Key(box, XK_Return);
   Pump();
   EXPECT_EQ(Dialog(view, "QuillPage"), nullptr);
-  ASSERT_TRUE(GetViewState(view, &st));
-  EXPECT_EQ(st.page, 2);
-  EXPECT_EQ(st.width, 32u);
+  EXPECT_EQ(State(view).page, 2);
+  EXPECT_EQ(State(view).width, 32u);
 
   // The resolution: Tab goes to the second field; O.K. marks the picture changed.
   box = Command(view, "changeDpi", "QuillDpi");
@@ -366,8 +293,7 @@ TEST_F(OptionsTest, PageNumberAndResolutionDialogs) {
   ASSERT_NE(pic, nullptr);
   EXPECT_EQ(pic->attr_pair[0], 300u);
   EXPECT_EQ(pic->attr_pair[1], 150u);
-  ASSERT_TRUE(GetViewState(view, &st));
-  EXPECT_TRUE(st.modified);
+  EXPECT_TRUE(State(view).modified);
 }
 
 TEST_F(OptionsTest, ThanksFromTheStartWindowClosesOnReturn) {
@@ -377,7 +303,7 @@ TEST_F(OptionsTest, ThanksFromTheStartWindowClosesOnReturn) {
   Pump();
   Widget box = Dialog(App().shell, "QuillThanks");
   ASSERT_NE(box, nullptr);
-  EXPECT_NE(guitest::LabelText(box, "*label1").find("Thanks"), std::string::npos);
+  EXPECT_NE(Label(box, "*label1").find("Thanks"), std::string::npos);
   Key(box, XK_Return);
   EXPECT_EQ(Dialog(App().shell, "QuillThanks"), nullptr);
 }

@@ -5,12 +5,8 @@
 #include <gtest/gtest.h>
 
 #include <X11/Intrinsic.h>
-#include <X11/Shell.h>
-#include <X11/StringDefs.h>
 #include <Xm/ToggleB.h>
 #include <Xm/Xm.h>
-#include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -22,11 +18,8 @@
 #include <vector>
 
 #include "core/app_x.h"
-#include "core/settings.h"
-#include "files/load_x.h"
 #include "files/save_x.h"
 #include "gui_util.h"
-#include "test_util.h"
 
 namespace {
 
@@ -35,12 +28,6 @@ using quilla::App;
 std::function<void(Widget)> g_on_dialog;
 void Trampoline(Widget shell) {
   if (g_on_dialog) g_on_dialog(shell);
-}
-
-std::string Title(Widget shell) {
-  char *title = nullptr;
-  XtVaGetValues(shell, XmNtitle, &title, nullptr);
-  return title ? title : "";
 }
 
 bool Sensitive(Widget shell, const char *name) {
@@ -53,30 +40,26 @@ bool Set(Widget shell, const char *name) {
   return w && XmToggleButtonGetState(w);
 }
 
-class CentralSave : public ::testing::Test {
+class CentralSave : public guitest::GuiTest {
  protected:
   void Open(const char *env) {
-    if (!testutil::HaveTool("xdotool")) GTEST_SKIP() << "xdotool is needed to type into the dialogs";
-    const guitest::TestServer *server = guitest::UseTestServer(env);
-    if (!server) GTEST_SKIP() << env << " not set (scripts/test starts the X servers)";
-    display_name_ = server->name;
-    shell_ = server->shell;
-    quilla::ReadSettingsFile(&quilla::Settings(), dir_.file("none.rc"));  // every default
+    guitest::GuiTest::Open(env, true);
+    if (IsSkipped()) return;
     quilla::SetDialogHook(Trampoline);
     // Message boxes are answered with Return; their texts are kept.
     g_on_dialog = [this](Widget shell) {
       std::string name = XtName(shell);
       if (name == "QuillMessage") {
-        messages_.push_back(guitest::LabelText(shell, "*labelMessage"));
-        Type(shell, "Return");
+        messages_.push_back(Label(shell, "*labelMessage"));
+        Xdo("key --delay 10 Return", shell);
       } else if (name == "QuillSaveCnv") {
         ++asked_;
         if (on_conversion_) on_conversion_(shell);
-        Type(shell, conversion_key_);
+        Xdo("key --delay 10 " + conversion_key_, shell);
       } else if (name == "QuillProgress") {
         if (progress_title_.empty()) {
           progress_title_ = Title(shell);
-          progress_label_ = guitest::LabelText(shell, "*labelProgress");
+          progress_label_ = Label(shell, "*labelProgress");
           stop_sensitive_ = Sensitive(shell, "*buttonStop");
         }
       }
@@ -87,23 +70,6 @@ class CentralSave : public ::testing::Test {
     g_on_dialog = nullptr;
     quilla::SetDialogHook(nullptr);
     App() = quilla::AppState();
-  }
-
-  // Types keys into the dialog as a user would: the keyboard focus goes to
-  // the dialog's window and xdotool presses the keys through the server.
-  // The events wait in this program's queue until the dialog's loop reads
-  // them.  Tests running at the same time on the same server take turns
-  // through a lock file, so that none steals the focus in between.
-  void Type(Widget shell, const std::string &keys) {
-    Display *dpy = XtDisplay(shell);
-    std::string lock = "/tmp/quilla-keyboard" + display_name_ + ".lock";
-    int fd = open(lock.c_str(), O_CREAT | O_RDWR, 0666);
-    if (fd >= 0) flock(fd, LOCK_EX);
-    XWarpPointer(dpy, 0, XtWindow(shell), 0, 0, 0, 0, 5, 5);
-    XSetInputFocus(dpy, XtWindow(shell), RevertToPointerRoot, CurrentTime);
-    XSync(dpy, False);
-    EXPECT_EQ(testutil::Run("DISPLAY=" + display_name_ + " xdotool key --delay 10 " + keys), 0);
-    if (fd >= 0) close(fd);  // releases the lock
   }
 
   int Save(const std::string &path, const TslPicture &pic, const char *format, Widget owner = nullptr) {
@@ -117,7 +83,7 @@ class CentralSave : public ::testing::Test {
     std::map<int, bool> sensitive;
     bool preselected = false, focused = false;
     on_conversion_ = [&](Widget shell) {
-      label = guitest::LabelText(shell, "*labelConvert");
+      label = Label(shell, "*labelConvert");
       for (int i = 1; i <= 19; ++i) sensitive[i] = Sensitive(shell, ("*toggle" + std::to_string(i)).c_str());
       preselected = Set(shell, "*toggle18") && !Set(shell, "*cdither");
       focused = XmGetFocusWidget(shell) == XtNameToWidget(shell, "*toggle18");
@@ -142,9 +108,6 @@ class CentralSave : public ::testing::Test {
     EXPECT_LT(testutil::MeanAbsDiff(back, rgb), 6.0);  // 256 good colours for a smooth picture
   }
 
-  testutil::TempDir dir_;
-  std::string display_name_;
-  Widget shell_ = nullptr;
   std::vector<std::string> messages_;
   std::function<void(Widget)> on_conversion_;
   std::string conversion_key_ = "Return";
@@ -206,7 +169,7 @@ TEST_F(CentralSave, KeysDuringTheSaveDoNotReachTheWindow) {
   g_on_dialog = [&](Widget shell) {
     if (!typed && std::string(XtName(shell)) == "QuillProgress") {
       typed = true;
-      Type(owner, "a");  // a command key for the window, while the library reads its picture
+      Xdo("key a", owner);  // a command key for the window, while the library reads its picture
     }
     answer(shell);
   };
@@ -215,7 +178,7 @@ TEST_F(CentralSave, KeysDuringTheSaveDoNotReachTheWindow) {
   EXPECT_TRUE(typed);
   EXPECT_EQ(keys, 0);
   // Once the save is over the window takes its keys again.
-  Type(owner, "a");
+  Xdo("key a", owner);
   XtAppContext app = XtWidgetToApplicationContext(owner);
   for (int i = 0; i < 200 && keys == 0; ++i) {
     while (XtAppPending(app)) XtAppProcessEvent(app, XtIMAll);

@@ -19,9 +19,6 @@
 #include <vector>
 
 #include "core/app_x.h"
-#include "core/display_x.h"
-#include "core/settings.h"
-#include "files/load_x.h"
 #include "files/selector_x.h"
 #include "gui_util.h"
 #include "test_util.h"
@@ -36,18 +33,11 @@ using namespace quilla;
 class SelectorTest;
 SelectorTest *g_test = nullptr;
 
-class SelectorTest : public ::testing::Test {
+class SelectorTest : public guitest::GuiTest {
  protected:
   void Open(const char *env) {
-    if (std::system("command -v xdotool >/dev/null 2>&1") != 0) GTEST_SKIP() << "xdotool is not installed";
-    const guitest::TestServer *server = guitest::UseTestServer(env);
-    if (!server) GTEST_SKIP() << env << " not set (scripts/test starts the X servers)";
-    display_ = server->name;
-    dpy_ = server->dpy;
-    owner_ = server->keeper;
-    App().start_dir = dir_.path();
-    InitVisual(dpy_, App().screen, -1, false);
-    ReadSettingsFile(&Settings(), dir_.file("none.rc"));
+    guitest::GuiTest::Open(env, true);
+    if (IsSkipped()) return;
     SetSelectorDirectory("");
     g_test = this;
     SetSelectorHook([](Widget shell) { g_test->SelectorUp(shell); });
@@ -63,22 +53,12 @@ class SelectorTest : public ::testing::Test {
     Pump();
     g_test = nullptr;
   }
-  void Pump(int rounds = 3) { guitest::Pump(rounds); }
-
   // ---- driving the dialogs
 
   // Keys with xdotool, into the window that has the keyboard.
-  void Xdo(const std::string &args) {
-    XSync(dpy_, False);
-    const std::string cmd = "DISPLAY=" + display_ + " xdotool " + args;
-    ASSERT_EQ(std::system(cmd.c_str()), 0) << cmd;
-  }
   void Type(const std::string &text) { Xdo("type --delay 2 '" + text + "'"); }
   void Key(const std::string &keys) { Xdo("key --delay 20 " + keys); }
-  // Gives a shown shell the keyboard, as a window manager would.
-  void Focus(Widget shell) {
-    guitest::FocusWhenMapped(dpy_, shell);
-  }
+  void Focus(Widget shell) { guitest::FocusWhenMapped(dpy_, shell); }
 
   // The steps run while the selector is up: the first when it appears, each
   // next one a moment later, once the keys before it were handled.
@@ -135,22 +115,16 @@ class SelectorTest : public ::testing::Test {
   // The confirmation dialog is answered with a key; message boxes are kept.
   void DialogUp(Widget shell) {
     if (shell == ShownConfirm()) {
-      questions_.push_back(guitest::LabelText(shell, "*labelMessage"));
+      questions_.push_back(Label(shell, "*labelMessage"));
       Focus(shell);
       Key(confirm_key_);
     } else if (shell == ShownMessageBox()) {
-      messages_.push_back(guitest::LabelText(shell, "*labelMessage"));
+      messages_.push_back(Label(shell, "*labelMessage"));
       XtCallCallbacks(XtNameToWidget(shell, "*buttonOK"), XmNactivateCallback, nullptr);
     }
   }
 
-  std::string Field(Widget shell) {
-    char *t = XmTextFieldGetString(XtNameToWidget(shell, "*textField1"));
-    std::string s = t;
-    XtFree(t);
-    return s;
-  }
-  std::string Label(Widget shell, const char *name) { return guitest::LabelText(shell, name); }
+  static std::string Field(Widget shell) { return guitest::GuiTest::Field(shell, "*textField1"); }
   // Selects the line of `name` in the file list, as a click does.
   void SelectFile(Widget shell, const std::string &name) {
     Widget list = XtNameToWidget(shell, "*scrolledList2");
@@ -166,15 +140,9 @@ class SelectorTest : public ::testing::Test {
   }
 
   std::string Picture(const std::string &name, int model = TSL_RGB, const char *format = "png") {
-    const std::string path = dir_.file(name);
-    EXPECT_TRUE(guitest::SavePicture(path, testutil::Pic(testutil::MakePicture(model, 24, 16, 3)), format));
-    return path;
+    return Png(name, 24, 16, model, 3, format);
   }
 
-  testutil::TempDir dir_;
-  std::string display_;
-  Display *dpy_ = nullptr;
-  Widget owner_ = nullptr;
   std::vector<std::function<void(Widget)>> steps_;
   size_t step_ = 0;
   int waits_ = 0;
@@ -193,9 +161,7 @@ TEST_F(SelectorTest, TypedPathAndReturnOpensAViewFromTheStartWindow) {
   Picture("other.png");
   std::string title, button;
   steps_ = {[&](Widget shell) {
-    char *t = nullptr;
-    XtVaGetValues(shell, XmNtitle, &t, nullptr);
-    title = t ? t : "";
+    title = Title(shell);
     button = Label(shell, "*pushButton2");
     Type(path);
     Key("Return");
@@ -447,9 +413,7 @@ TEST_F(SelectorTest, ExtractIntoWritesThePagesWhereChosen) {
   ASSERT_NE(view, nullptr);
   std::string title, field;
   steps_ = {[&](Widget shell) {
-    char *t = nullptr;
-    XtVaGetValues(shell, XmNtitle, &t, nullptr);
-    title = t ? t : "";
+    title = Title(shell);
     field = Field(shell);  // the directory itself, ready to be extended
     Type("/out");
     Key("Return");
@@ -548,9 +512,7 @@ TEST_F(SelectorTest, FormatListSortedByNameOrById) {
   Widget shell = ShowFormatList(owner_);
   ASSERT_NE(shell, nullptr);
   Pump();
-  char *title = nullptr;
-  XtVaGetValues(shell, XmNtitle, &title, nullptr);
-  EXPECT_STREQ(title, "Available formats");
+  EXPECT_EQ(Title(shell), "Available formats");
   EXPECT_EQ(Label(shell, "*label"), "Name                             Read Write Extension");
   Widget list = XtNameToWidget(shell, "*scrolledList");
   auto lines = [&]() {

@@ -9,19 +9,14 @@
 #include <Xm/TextF.h>
 #include <Xm/ToggleB.h>
 #include <Xm/Xm.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
 #include <memory>
 #include <set>
 #include <string>
 #include <vector>
 
 #include "core/app_x.h"
-#include "core/display_x.h"
-#include "core/settings.h"
-#include "files/load_x.h"
 #include "files/selector_x.h"
 #include "files/slide_x.h"
 #include "gui_util.h"
@@ -35,16 +30,11 @@ using namespace quilla;
 std::string g_answer;                // what the file selector is answered with
 std::vector<std::string> g_selector_titles;
 
-class SlideTest : public ::testing::Test {
+class SlideTest : public guitest::GuiTest {
  protected:
-  void Open(const char *env) {
-    const guitest::TestServer *server = guitest::UseTestServer(env);
-    if (!server) GTEST_SKIP() << env << " not set (scripts/test starts the X servers)";
-    dpy_ = server->dpy;
-    display_ = server->name;
-    owner_ = server->keeper;
-    InitVisual(dpy_, App().screen, -1, false);
-    ReadSettingsFile(&Settings(), dir_.file("none.rc"));
+  void Open(const char *env, bool xdotool = false) {
+    guitest::GuiTest::Open(env, xdotool);
+    if (IsSkipped()) return;
     boxes_.reset();  // a second Open gives back the first hook before taking it again
     boxes_ = std::make_unique<guitest::AnswerMessageBoxes>();
   }
@@ -55,24 +45,6 @@ class SlideTest : public ::testing::Test {
     while (Widget s = ViewShellAt(0)) RunViewCommand(s, "close");
     boxes_.reset();
     Pump();
-  }
-  void Pump(int rounds = 3) { guitest::Pump(rounds); }
-  // Runs the event loop until `done` or `ms` milliseconds passed.
-  template <typename F>
-  bool RunUntil(int ms, F done) {
-    auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
-    while (std::chrono::steady_clock::now() < end) {
-      if (done()) return true;
-      XSync(dpy_, False);
-      if (XtAppPending(App().app))
-        XtAppProcessEvent(App().app, XtIMAll);
-      else
-        usleep(1000);
-    }
-    return done();
-  }
-  void RunFor(int ms) {
-    RunUntil(ms, [] { return false; });
   }
   // A picture of one colour.
   std::string Solid(const char *name, int w, int h, int r, int g, int b) {
@@ -126,16 +98,6 @@ class SlideTest : public ::testing::Test {
     ev.same_screen = True;
     Send(reinterpret_cast<XEvent *>(&ev), ButtonPressMask);
   }
-  void Xdo(const std::string &args) {
-    XSync(dpy_, False);
-    const std::string cmd = "DISPLAY=" + display_ + " xdotool " + args;
-    ASSERT_EQ(std::system(cmd.c_str()), 0) << cmd;
-    Pump();
-  }
-  void Focus(Widget shell) {
-    guitest::FocusWhenMapped(dpy_, shell);
-    Pump();
-  }
   // The colour of the window pixel at the centre of the drawing area.
   XColor CentrePixel() {
     SlideShowState s = State();
@@ -154,10 +116,6 @@ class SlideTest : public ::testing::Test {
   // The texts of the message boxes shown.
   std::vector<std::string> &Boxes() { return guitest::AnswerMessageBoxes::Texts(); }
   std::unique_ptr<guitest::AnswerMessageBoxes> boxes_;
-  testutil::TempDir dir_;
-  Display *dpy_ = nullptr;
-  std::string display_;
-  Widget owner_ = nullptr;
 };
 
 TEST_F(SlideTest, PlaysInOrderPausesOnSpaceStepsBackWithButtonOneAndEnds) {
@@ -301,7 +259,7 @@ TEST_F(SlideTest, PictureColoursReachTheWindowAtBothDepths) {
 TEST_F(SlideTest, ExifOrientationIsShownUpright) {
   Open("QUILLA_TEST_DISPLAY");
   if (IsSkipped()) return;
-  if (std::system("command -v exiftool >/dev/null 2>&1") != 0) GTEST_SKIP() << "exiftool missing";
+  if (!testutil::HaveTool("exiftool")) GTEST_SKIP() << "exiftool missing";
   const std::string path = dir_.file("turned.png");
   ASSERT_TRUE(guitest::WriteTurnedPicture(path));
   ASSERT_NE(StartSlideShow({path}, 0, 1000), nullptr);
@@ -317,14 +275,13 @@ TEST_F(SlideTest, ExifOrientationIsShownUpright) {
 }
 
 TEST_F(SlideTest, DialogListButtonsAndGoOnReturnThenEscapeEndsTheShow) {
-  if (std::system("command -v xdotool >/dev/null 2>&1") != 0) GTEST_SKIP() << "xdotool is not installed";
-  Open("QUILLA_TEST_DISPLAY");
+  Open("QUILLA_TEST_DISPLAY", true);
   if (IsSkipped()) return;
   SlideList empty;
   Widget d = OpenSlideDialog(empty);
   ASSERT_NE(d, nullptr);
   EXPECT_STREQ(XtName(d), "QuillSlide");
-  EXPECT_EQ(guitest::LabelText(d, "*buttonOk"), "Go");
+  EXPECT_EQ(Label(d, "*buttonOk"), "Go");
   // The list buttons wait for entries.
   for (const char *n : {"*filelistDelAll", "*filelistDel", "*filelistUp", "*filelistDown"})
     EXPECT_FALSE(XtIsSensitive(XtNameToWidget(d, n))) << n;
@@ -353,14 +310,12 @@ TEST_F(SlideTest, DialogListButtonsAndGoOnReturnThenEscapeEndsTheShow) {
   EXPECT_EQ(count, 2);
 
   // Return is Go: the show starts on the list as it now stands.
-  Focus(d);
-  Xdo("key --delay 20 Return");
+  Xdo("key --delay 20 Return", d);
   ASSERT_TRUE(RunUntil(2000, [] { return ShownSlideShow() != nullptr; }));
   EXPECT_EQ(ShownSlideDialog(), nullptr);
   EXPECT_EQ(State().title, files[1]);
   // The show's keys work as soon as it appears.
-  Focus(ShownSlideShow());
-  Xdo("key --delay 20 Escape");
+  Xdo("key --delay 20 Escape", ShownSlideShow());
   EXPECT_TRUE(RunUntil(2000, [] { return ShownSlideShow() == nullptr; }));
 }
 
@@ -462,9 +417,8 @@ TEST_F(SlideTest, ViewCommandOpensTheDialog) {
   Widget d = ShownSlideDialog();
   ASSERT_NE(d, nullptr);
   // Escape cancels the dialog.
-  Focus(d);
-  if (std::system("command -v xdotool >/dev/null 2>&1") == 0) {
-    Xdo("key --delay 20 Escape");
+  if (testutil::HaveTool("xdotool")) {
+    Xdo("key --delay 20 Escape", d);
     EXPECT_TRUE(RunUntil(2000, [] { return ShownSlideDialog() == nullptr; }));
   }
 }

@@ -45,33 +45,13 @@ int Channel(unsigned long pixel, unsigned long mask) {
   return static_cast<int>(((pixel >> shift) & mask) * 255 / mask);
 }
 
-class ViewTest : public ::testing::Test {
+class ViewTest : public guitest::GuiTest {
  protected:
-  void Open(const char *env) {
-    const guitest::TestServer *server = guitest::UseTestServer(env);
-    if (!server) GTEST_SKIP() << env << " not set (scripts/test starts the X servers)";
-    dpy_ = server->dpy;
-    InitVisual(dpy_, App().screen, -1, false);
-    ReadSettingsFile(&Settings(), dir_.file("none.rc"));
-  }
   void TearDown() override {
     if (dpy_) guitest::CloseAllViews();
   }
   std::string Picture(const char *name, int model, int w, int h, uint32_t seed = 1) {
-    testutil::Pic p(testutil::MakePicture(model, w, h, seed));
-    const std::string path = dir_.file(name);
-    EXPECT_TRUE(guitest::SavePicture(path, p));
-    return path;
-  }
-  ViewState State(Widget shell) {
-    ViewState s;
-    EXPECT_TRUE(GetViewState(shell, &s));
-    return s;
-  }
-  // A key press and release sent to the view's drawing area.
-  void Key(Widget shell, KeySym sym, unsigned state = 0) {
-    guitest::SendKey(dpy_, XtWindow(State(shell).drawing_area), sym, state);
-    Pump();
+    return Png(name, w, h, model, seed);
   }
   // The pointer moved to (x, y) of the canvas.
   void Motion(const ViewState &s, int x, int y) {
@@ -116,8 +96,6 @@ class ViewTest : public ::testing::Test {
     return wrong;
   }
   std::string Label(Widget shell) { return guitest::LabelText(shell, "*labelInfo"); }
-  testutil::TempDir dir_;
-  Display *dpy_ = nullptr;
 };
 
 TEST_F(ViewTest, OpensWithItsWidgetTreeAtOneToOne) {
@@ -130,9 +108,7 @@ TEST_F(ViewTest, OpensWithItsWidgetTreeAtOneToOne) {
   EXPECT_STREQ(XtName(shell), "QuillView");
   for (const char *name : {"*MenuBar", "*toolBar", "*messageWindow"})
     EXPECT_NE(XtNameToWidget(shell, name), nullptr) << name;
-  char *title = nullptr;
-  XtVaGetValues(shell, XmNtitle, &title, nullptr);
-  EXPECT_STREQ(title, "Quilla v1.50");
+  EXPECT_EQ(Title(shell), "Quilla v1.50");
   // Fit 1: a picture smaller than the screen opens at 100% in a window
   // sized to it.
   ViewState s = State(shell);
@@ -216,7 +192,7 @@ TEST_F(ViewTest, MaskOfAPictureWithAlpha) {
 TEST_F(ViewTest, ExifOrientationIsShownUpright) {
   Open("QUILLA_TEST_DISPLAY");
   if (IsSkipped() || HasFatalFailure()) return;
-  if (std::system("command -v exiftool >/dev/null 2>&1") != 0) GTEST_SKIP() << "exiftool missing";
+  if (!testutil::HaveTool("exiftool")) GTEST_SKIP() << "exiftool missing";
   const std::string path = dir_.file("turned.png");
   ASSERT_TRUE(guitest::WriteTurnedPicture(path));
   Widget shell = OpenViewOnFile(App().shell, path.c_str(), 0);
@@ -251,42 +227,42 @@ TEST_F(ViewTest, KeysZoomScrollRotateAndUndo) {
   Widget shell = OpenViewOnFile(App().shell, Picture("c.png", TSL_RGB, 200, 100).c_str(), 0);
   ASSERT_NE(shell, nullptr);
   Pump();
-  Key(shell, XK_plus, ShiftMask);
+  ViewKey(shell, XK_plus, ShiftMask);
   EXPECT_DOUBLE_EQ(State(shell).zoom, 200.0);
-  Key(shell, XK_plus, ShiftMask);
+  ViewKey(shell, XK_plus, ShiftMask);
   EXPECT_DOUBLE_EQ(State(shell).zoom, 300.0);
   EXPECT_NE(Label(shell).find("300%"), std::string::npos);
   // The picture is now larger than the window: the arrows scroll.
   ViewState before = State(shell);
-  Key(shell, XK_Right);
-  Key(shell, XK_Down);
+  ViewKey(shell, XK_Right);
+  ViewKey(shell, XK_Down);
   ViewState after = State(shell);
   EXPECT_GT(after.scroll_x, before.scroll_x);
   EXPECT_GT(after.scroll_y, before.scroll_y);
-  Key(shell, XK_Left);
+  ViewKey(shell, XK_Left);
   EXPECT_LT(State(shell).scroll_x, after.scroll_x);
-  Key(shell, XK_asterisk, ShiftMask);
+  ViewKey(shell, XK_asterisk, ShiftMask);
   EXPECT_DOUBLE_EQ(State(shell).zoom, 100.0);
-  Key(shell, XK_minus);
+  ViewKey(shell, XK_minus);
   EXPECT_DOUBLE_EQ(State(shell).zoom, 70.0);
-  Key(shell, XK_KP_Add);
+  ViewKey(shell, XK_KP_Add);
   EXPECT_DOUBLE_EQ(State(shell).zoom, 100.0);
 
   // Shift+R turns right: the sides swap and the picture is modified; Ctrl+Z
   // takes it back.
-  Key(shell, XK_R, ShiftMask);
+  ViewKey(shell, XK_R, ShiftMask);
   ViewState turned = State(shell);
   EXPECT_EQ(turned.width, 100u);
   EXPECT_EQ(turned.height, 200u);
   EXPECT_TRUE(turned.modified);
-  Key(shell, XK_z, ControlMask);
+  ViewKey(shell, XK_z, ControlMask);
   EXPECT_EQ(State(shell).width, 200u);
   EXPECT_FALSE(State(shell).modified);
   // Shift+L then Shift+R come back to the same pixels as a double flip
   // does to a double flip.
-  Key(shell, XK_L, ShiftMask);
+  ViewKey(shell, XK_L, ShiftMask);
   EXPECT_EQ(State(shell).width, 100u);
-  Key(shell, XK_R, ShiftMask);
+  ViewKey(shell, XK_R, ShiftMask);
   EXPECT_EQ(State(shell).width, 200u);
 }
 
@@ -318,17 +294,17 @@ TEST_F(ViewTest, OneViewWalksItsListWithSpaceAndPageKeys) {
   Pump();
   EXPECT_EQ(State(shell).list_count, 3);
   EXPECT_NE(Label(shell).find("1/3"), std::string::npos) << Label(shell);
-  Key(shell, XK_space);
+  ViewKey(shell, XK_space);
   EXPECT_EQ(State(shell).list_pos, 1);
   EXPECT_EQ(State(shell).width, 60u);
-  Key(shell, XK_Next);  // PageDown
+  ViewKey(shell, XK_Next);  // PageDown
   EXPECT_EQ(State(shell).list_pos, 2);
-  Key(shell, XK_Next);  // past the end: stays
+  ViewKey(shell, XK_Next);  // past the end: stays
   EXPECT_EQ(State(shell).list_pos, 2);
-  Key(shell, XK_Home);
+  ViewKey(shell, XK_Home);
   EXPECT_EQ(State(shell).list_pos, 0);
-  Key(shell, XK_End);
-  Key(shell, XK_Prior);  // PageUp
+  ViewKey(shell, XK_End);
+  ViewKey(shell, XK_Prior);  // PageUp
   EXPECT_EQ(State(shell).list_pos, 1);
   EXPECT_NE(Label(shell).find("2/3"), std::string::npos);
 }
@@ -347,9 +323,9 @@ TEST_F(ViewTest, PagesAndAnimation) {
   EXPECT_EQ(s.pages, 3);
   EXPECT_FALSE(s.animating);
   EXPECT_NE(Label(shell).find("Frame 1/3"), std::string::npos) << Label(shell);
-  Key(shell, XK_Next, ShiftMask);
+  ViewKey(shell, XK_Next, ShiftMask);
   EXPECT_EQ(State(shell).page, 1);
-  Key(shell, XK_End, ShiftMask);
+  ViewKey(shell, XK_End, ShiftMask);
   EXPECT_EQ(State(shell).page, 2);
   EXPECT_NE(Label(shell).find("Frame 3/3"), std::string::npos);
   // The page menu's extraction writes every page as PPM.
@@ -416,7 +392,7 @@ TEST_F(ViewTest, OnlyOneViewLoadsIntoTheOpenWindowAndPickerFollowsThePointer) {
   EXPECT_EQ(State(first).width, 90u);
 
   // Ctrl+Shift+I: the colour under the pointer in the ColorPicker tip.
-  Key(first, XK_I, ControlMask | ShiftMask);
+  ViewKey(first, XK_I, ControlMask | ShiftMask);
   ViewState s = State(first);
   ASSERT_TRUE(s.picker);
   Motion(s, s.org_x + 5, s.org_y + 7);
@@ -652,7 +628,7 @@ TEST_F(LargeJpegTest, CutShortOpensNoWindow) {
 TEST_F(LargeJpegTest, StoredTurnedStaysUprightOnBothDecodes) {
   Open("QUILLA_TEST_DISPLAY");
   if (IsSkipped() || HasFatalFailure()) return;
-  if (std::system("command -v exiftool >/dev/null 2>&1") != 0) GTEST_SKIP() << "exiftool missing";
+  if (!testutil::HaveTool("exiftool")) GTEST_SKIP() << "exiftool missing";
   const int sw = DisplayWidth(dpy_, App().screen), sh = DisplayHeight(dpy_, App().screen);
   // Stored 3 screen heights wide: upright it is 3 screen heights tall.
   const std::string path = BigJpeg(dir_.file("turned.jpg"), sh * 3, sw * 3 / 2, true);
@@ -709,12 +685,12 @@ TEST_F(ViewTest, DamagedPictureShowsTheBoxAndTheViewGoesOn) {
   Widget shell = OpenViewOnList(App().shell, list, 3, 0);
   ASSERT_NE(shell, nullptr);
   Pump();
-  Key(shell, XK_space);
+  ViewKey(shell, XK_space);
   ASSERT_EQ(texts.size(), 1u);
   EXPECT_FALSE(texts[0].empty());
   EXPECT_EQ(ViewCount(), 1);
   EXPECT_EQ(State(shell).width, 50u);  // still the first picture
-  Key(shell, XK_space);
+  ViewKey(shell, XK_space);
   EXPECT_EQ(State(shell).list_pos, 2);
   EXPECT_EQ(State(shell).width, 80u);
   EXPECT_EQ(texts.size(), 1u);

@@ -9,7 +9,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <cstdlib>
 #include <string>
 #include <vector>
@@ -18,7 +17,6 @@
 #include "browser/webexport.h"
 #include "browser/webexport_x.h"
 #include "core/app_x.h"
-#include "core/display_x.h"
 #include "core/settings.h"
 #include "gui_util.h"
 #include "test_util.h"
@@ -29,51 +27,20 @@ using namespace quilla;
 using testutil::FileExists;
 using testutil::ReadFile;
 
-class WebExportTest : public ::testing::Test {
+class WebExportTest : public guitest::GuiTest {
  protected:
-  void SetUp() override {
-    if (std::system("command -v xdotool >/dev/null 2>&1") != 0) GTEST_SKIP() << "xdotool is not installed";
-    const guitest::TestServer *server = guitest::UseTestServer("QUILLA_TEST_DISPLAY");
-    if (!server) GTEST_SKIP() << "QUILLA_TEST_DISPLAY not set (scripts/test starts the X servers)";
-    dpy_ = server->dpy;
-    owner_ = server->keeper;
-    App().start_dir = dir_.path();
-    InitVisual(dpy_, App().screen, -1, false);
-    ReadSettingsFile(&Settings(), dir_.file("none.rc"));
-  }
+  void SetUp() override { Open("QUILLA_TEST_DISPLAY", true); }
   void TearDown() override {
     if (!dpy_) return;
     if (Widget d = ShownWebExport()) XtDestroyWidget(d);
-    RunUntil([] { return !WebExportRunning(); });
+    RunUntil(20000, [] { return !WebExportRunning(); });
     unsetenv("WEBBROWSER");
   }
-  // Runs the event loop (work procedures included) until `done` or 20 s.
-  template <typename F>
-  bool RunUntil(F done) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (!done() && std::chrono::steady_clock::now() < end) {
-      XtAppAddTimeOut(App().app, 5, [](XtPointer, XtIntervalId *) {}, nullptr);
-      XtAppProcessEvent(App().app, XtIMAll);
-    }
-    return done();
-  }
-  void Pump() {
-    for (int r = 0; r < 3; ++r) {
-      XSync(dpy_, False);
-      usleep(20000);
-      while (XtAppPending(App().app)) XtAppProcessEvent(App().app, XtIMAll);
-    }
-  }
+  // xdotool's `command` into `shell`, given the keyboard; what it typed handled.
   void Keys(Widget shell, const std::string &command) {
-    guitest::FocusWhenMapped(dpy_, shell);
-    Pump();
-    ASSERT_EQ(std::system(("DISPLAY=" + std::string(DisplayString(dpy_)) + " xdotool " + command).c_str()), 0);
-    Pump();
+    Xdo(command, shell);
+    RunFor(60);
   }
-
-  testutil::TempDir dir_;
-  Display *dpy_ = nullptr;
-  Widget owner_ = nullptr;
 };
 
 TEST_F(WebExportTest, ReturnCreatesThePagesEscapeCancels) {
@@ -106,7 +73,7 @@ TEST_F(WebExportTest, ReturnCreatesThePagesEscapeCancels) {
   EXPECT_FALSE(XtIsSensitive(XtNameToWidget(shell, "*textJpeg")));
   Keys(shell, "key --delay 30 A l b u m");
   Keys(shell, "key Return");
-  ASSERT_TRUE(RunUntil([&] { return ShownWebExport() == nullptr && !WebExportRunning(); }));
+  ASSERT_TRUE(RunUntil(20000, [&] { return ShownWebExport() == nullptr && !WebExportRunning(); }));
 
   EXPECT_TRUE(FileExists(out + "/Album.html"));
   EXPECT_TRUE(FileExists(out + "/Album2.html"));
@@ -116,7 +83,7 @@ TEST_F(WebExportTest, ReturnCreatesThePagesEscapeCancels) {
   }
   EXPECT_NE(ReadFile(out + "/Album2.html").find("thumb/t_c.png"), std::string::npos);
   EXPECT_EQ(html.TableColumns, 2);
-  EXPECT_TRUE(RunUntil([&] { return FileExists(launched) && !ReadFile(launched).empty(); }));
+  EXPECT_TRUE(RunUntil(20000, [&] { return FileExists(launched) && !ReadFile(launched).empty(); }));
   EXPECT_EQ(ReadFile(launched), out + "/Album.html\n");
 
   // Escape leaves without exporting.
@@ -124,7 +91,7 @@ TEST_F(WebExportTest, ReturnCreatesThePagesEscapeCancels) {
   ASSERT_NE(shell, nullptr);
   XmTextFieldSetString(XtNameToWidget(shell, "*textTitle"), const_cast<char *>("Other"));
   Keys(shell, "key Escape");
-  ASSERT_TRUE(RunUntil([&] { return ShownWebExport() == nullptr; }));
+  ASSERT_TRUE(RunUntil(20000, [&] { return ShownWebExport() == nullptr; }));
   EXPECT_FALSE(WebExportRunning());
   EXPECT_FALSE(FileExists(out + "/Other.html"));
 }
