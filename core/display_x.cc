@@ -233,13 +233,14 @@ ColourData *GetColourData(Display *dpy, int screen, const TslPicture *pic, bool 
 
   if (!private_map)
     for (ColourData *cd = g_list; cd; cd = cd->next)
-      if (cd->visual.info.id == v.info.id && cd->shared) {
+      if (cd->visual.info.id == v.info.id && cd->shared && cd->display == dpy) {
         ++cd->ref_count;
         return cd;
       }
 
   ColourData *cd = new ColourData;
   cd->visual = v;
+  cd->display = dpy;
   cd->next = g_list;
   g_list = cd;
   const int cls = v.info.cls;
@@ -277,9 +278,13 @@ void ReleaseColourData(Display *dpy, ColourData *data) {
 }
 
 void FreeAllColourData(Display *dpy) {
-  while (g_list) {
-    ColourData *cd = g_list;
-    g_list = cd->next;
+  for (ColourData **p = &g_list; *p;) {
+    ColourData *cd = *p;
+    if (cd->display != dpy) {
+      p = &cd->next;
+      continue;
+    }
+    *p = cd->next;
     FreeEntry(dpy, cd);
   }
 }

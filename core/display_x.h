@@ -22,6 +22,7 @@ struct ColourData {
   unsigned long black = 0, white = 0;
   const DitherRecord *dither = nullptr;
   VisualDesc visual;
+  Display *display = nullptr;   // the connection the colours belong to
   ColourData *next = nullptr;
 };
 

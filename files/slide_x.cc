@@ -412,10 +412,17 @@ std::string DirectoryOf(const std::string &path) {
   return slash == std::string::npos ? "" : slash == 0 ? "/" : path.substr(0, slash);
 }
 
+// The record goes with its window, however the window goes (closed here,
+// or with its parent).
+void DialogDestroyed(Widget, XtPointer client, XtPointer) {
+  auto *d = static_cast<SlideDialog *>(client);
+  if (g_dialog == d) g_dialog = nullptr;
+  delete d;
+}
+
 void CloseDialog(SlideDialog *d) {
   if (g_dialog == d) g_dialog = nullptr;
   XtDestroyWidget(d->shell);
-  delete d;
 }
 
 void ListButton(Widget w, XtPointer client, XtPointer) {
@@ -538,6 +545,7 @@ SlideDialog *BuildDialog(Widget owner) {
   auto *d = new SlideDialog;
   d->shell = XtVaCreatePopupShell("QuillSlide", xmDialogShellWidgetClass, owner, XmNtitle, "Slide Show",
                                   XmNdeleteResponse, XmDO_NOTHING, nullptr);
+  XtAddCallback(d->shell, XtNdestroyCallback, DialogDestroyed, d);
   Atom wm_delete = XmInternAtom(App().dpy, const_cast<char *>("WM_DELETE_WINDOW"), False);
   XmAddWMProtocolCallback(d->shell, wm_delete, Cancel, d);
   d->form = XtVaCreateWidget("form", xmFormWidgetClass, d->shell, XmNmarginWidth, 8, XmNmarginHeight, 8,

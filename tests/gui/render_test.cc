@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "core/display_x.h"
+#include "gui_util.h"
 #include "test_util.h"
 #include "view/render_x.h"
 
@@ -29,10 +30,12 @@ struct Rgb {
 class RenderFixture : public ::testing::Test {
  protected:
   void Open(const char *env, bool verbose = false) {
-    const char *name = std::getenv(env);
-    if (!name || !*name) GTEST_SKIP() << env << " not set (scripts/test starts the X servers)";
-    dpy_ = Connection(name);
-    ASSERT_NE(dpy_, nullptr) << "cannot open " << name;
+    // The connection every GUI test of the process shares: colour data is
+    // kept per connection, and cells allocated through another connection
+    // to the same server could not be freed through this one.
+    const guitest::TestServer *server = guitest::UseTestServer(env);
+    if (!server) GTEST_SKIP() << env << " not set (scripts/test starts the X servers)";
+    dpy_ = server->dpy;
     screen_ = DefaultScreen(dpy_);
     visual_ = InitVisual(dpy_, screen_, -1, verbose);
   }
@@ -44,15 +47,6 @@ class RenderFixture : public ::testing::Test {
     if (gc_) XFreeGC(dpy_, gc_);
     FreeAllColourData(dpy_);
     XSync(dpy_, False);
-  }
-  // One connection per server for the whole program: an Xvfb without
-  // -noreset resets when its last client leaves and refuses connections
-  // meanwhile.
-  static Display *Connection(const char *name) {
-    static std::map<std::string, Display *> open;
-    Display *&d = open[name];
-    if (!d) d = XOpenDisplay(name);
-    return d;
   }
   // A display object and a cleared w x h pixmap to draw into.
   void Surface(int w, int h, bool private_map = false, const TslPicture *pic = nullptr) {
@@ -386,6 +380,9 @@ class PseudoColorRender : public RenderFixture {
     if (IsSkipped() || HasFatalFailure()) return;
     ASSERT_EQ(visual_.info.cls, kPseudoColor);
     ASSERT_EQ(visual_.info.depth, 8);
+    // Start from an empty default colormap: the tests count its cells.
+    FreeAllColourData(dpy_);
+    XSync(dpy_, False);
   }
   // The colormap's colours (8-bit channels) of the given pixels.
   std::vector<Rgb> Query(Colormap cmap, const std::vector<unsigned long> &pixels) {
