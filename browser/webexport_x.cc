@@ -403,17 +403,8 @@ void Build(ThumbDialog *d, Widget parent) {
   Widget sep = XtVaCreateManagedWidget("separator", xmSeparatorWidgetClass, d->form, XmNtopAttachment,
                                        XmATTACH_WIDGET, XmNtopWidget, columns, XmNtopOffset, 8, XmNleftAttachment,
                                        XmATTACH_FORM, XmNrightAttachment, XmATTACH_FORM, nullptr);
-  auto button = [&](const char *name, const char *label, int left_pos, int right_pos) {
-    XmString s = Str(label);
-    Widget b = XtVaCreateManagedWidget(name, xmPushButtonWidgetClass, d->form, XmNlabelString, s, XmNtopAttachment,
-                                       XmATTACH_WIDGET, XmNtopWidget, sep, XmNtopOffset, 8, XmNbottomAttachment,
-                                       XmATTACH_FORM, XmNleftAttachment, XmATTACH_POSITION, XmNleftPosition, left_pos,
-                                       XmNrightAttachment, XmATTACH_POSITION, XmNrightPosition, right_pos, nullptr);
-    XmStringFree(s);
-    return b;
-  };
-  Widget ok = button("buttonOk", "O.K.", 15, 40);
-  Widget cancel = button("buttonCancel", "Cancel", 60, 85);
+  Widget ok = BottomRowButton(d->form, sep, "buttonOk", "O.K.", 15, 40);
+  Widget cancel = BottomRowButton(d->form, sep, "buttonCancel", "Cancel", 60, 85);
   XtAddCallback(ok, XmNactivateCallback, Create, d);
   XtAddCallback(cancel, XmNactivateCallback, Cancel, d);
   // The initial focus names a child at each level down to the title field.

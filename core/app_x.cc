@@ -165,6 +165,16 @@ Widget DialogParent(Widget owner) {
   return WidgetAlive(App().shell) ? App().shell : nullptr;
 }
 
+Widget BottomRowButton(Widget form, Widget above, const char *name, const char *label, int left, int right) {
+  XmString l = XmStringCreateLocalized(const_cast<char *>(label));
+  Widget b = XtVaCreateManagedWidget(name, xmPushButtonWidgetClass, form, XmNlabelString, l, XmNtopAttachment,
+                                     XmATTACH_WIDGET, XmNtopWidget, above, XmNtopOffset, 8, XmNbottomAttachment,
+                                     XmATTACH_FORM, XmNleftAttachment, XmATTACH_POSITION, XmNleftPosition, left,
+                                     XmNrightAttachment, XmATTACH_POSITION, XmNrightPosition, right, nullptr);
+  XmStringFree(l);
+  return b;
+}
+
 namespace {
 
 std::string g_selection_text;

@@ -43,6 +43,11 @@ bool WidgetAlive(Widget w);
 // else the application shell; nullptr when there is none.
 Widget DialogParent(Widget owner);
 
+// A push button of a dialog's bottom row: under `above` in the form `form`,
+// attached to the form's bottom, spanning the positions left..right of the
+// form's width (fraction base 100).
+Widget BottomRowButton(Widget form, Widget above, const char *name, const char *label, int left, int right);
+
 // Makes `text` the PRIMARY and CLIPBOARD selection, owned by `w` (a
 // realized widget) until another client takes it: what a paste anywhere
 // then inserts.  False when the server refused.

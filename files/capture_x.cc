@@ -208,17 +208,8 @@ Widget ShowCaptureDialog(Widget owner) {
   Widget sep = XtVaCreateManagedWidget("separator", xmSeparatorWidgetClass, form, XmNtopAttachment, XmATTACH_WIDGET,
                                        XmNtopWidget, XtParent(d->list), XmNtopOffset, 8, XmNleftAttachment,
                                        XmATTACH_FORM, XmNrightAttachment, XmATTACH_FORM, nullptr);
-  auto button = [&](const char *name, const char *label, int left, int right) {
-    XmString l = XmStringCreateLocalized(const_cast<char *>(label));
-    Widget b = XtVaCreateManagedWidget(name, xmPushButtonWidgetClass, form, XmNlabelString, l, XmNtopAttachment,
-                                       XmATTACH_WIDGET, XmNtopWidget, sep, XmNtopOffset, 8, XmNbottomAttachment,
-                                       XmATTACH_FORM, XmNleftAttachment, XmATTACH_POSITION, XmNleftPosition, left,
-                                       XmNrightAttachment, XmATTACH_POSITION, XmNrightPosition, right, nullptr);
-    XmStringFree(l);
-    return b;
-  };
-  Widget apply = button("buttonApply", "Apply", 10, 40);
-  Widget cancel = button("buttonCancel", "Cancel", 60, 90);
+  Widget apply = BottomRowButton(form, sep, "buttonApply", "Apply", 10, 40);
+  Widget cancel = BottomRowButton(form, sep, "buttonCancel", "Cancel", 60, 90);
   XtAddCallback(apply, XmNactivateCallback, Apply, d);
   XtAddCallback(cancel, XmNactivateCallback, Cancel, d);
   XtVaSetValues(form, XmNdefaultButton, apply, XmNcancelButton, cancel, XmNinitialFocus, radio, nullptr);

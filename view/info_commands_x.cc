@@ -91,20 +91,11 @@ Small *BuildSmall(Widget owner, const char *name, const char *title, bool cancel
   Widget sep = XtVaCreateManagedWidget("separator", xmSeparatorWidgetClass, s->form, XmNtopAttachment,
                                        XmATTACH_WIDGET, XmNtopWidget, s->message, XmNtopOffset, 4, XmNleftAttachment,
                                        XmATTACH_FORM, XmNrightAttachment, XmATTACH_FORM, nullptr);
-  auto button = [&](const char *bname, const char *label, int left, int right) {
-    XmString l = Str(label);
-    Widget b = XtVaCreateManagedWidget(bname, xmPushButtonWidgetClass, s->form, XmNlabelString, l, XmNtopAttachment,
-                                       XmATTACH_WIDGET, XmNtopWidget, sep, XmNtopOffset, 8, XmNbottomAttachment,
-                                       XmATTACH_FORM, XmNleftAttachment, XmATTACH_POSITION, XmNleftPosition, left,
-                                       XmNrightAttachment, XmATTACH_POSITION, XmNrightPosition, right, nullptr);
-    XmStringFree(l);
-    return b;
-  };
-  s->ok = button("buttonOk", "O.K.", cancel_button ? 10 : 35, cancel_button ? 40 : 65);
+  s->ok = BottomRowButton(s->form, sep, "buttonOk", "O.K.", cancel_button ? 10 : 35, cancel_button ? 40 : 65);
   XtAddCallback(s->ok, XmNactivateCallback, SmallOk, s);
   Widget cancel = s->ok;
   if (cancel_button) {
-    cancel = button("buttonCancel", "Cancel", 60, 90);
+    cancel = BottomRowButton(s->form, sep, "buttonCancel", "Cancel", 60, 90);
     XtAddCallback(cancel, XmNactivateCallback, SmallCancel, s);
   }
   XtVaSetValues(s->form, XmNdefaultButton, s->ok, XmNcancelButton, cancel, nullptr);
