@@ -271,15 +271,10 @@ void Cancel(Widget, XtPointer data, XtPointer) {
 
 void Browse(Widget, XtPointer data, XtPointer) {
   auto *d = static_cast<ThumbDialog *>(data);
-  SelectorRequest request;
-  request.title = "Select Output Directory ...";
-  request.mode = kSelectorDirectory;
-  request.initial = TextOf(d->output);
-  SelectorResult result;
+  std::string dir;
   // The dialog may be gone when the selector returns (its owner closed).
-  Widget shell = d->shell;
-  if (!RunFileSelector(shell, request, &result) || result.paths.empty() || g_dialog != d) return;
-  XmTextFieldSetString(d->output, const_cast<char *>(result.paths[0].c_str()));
+  if (!ChooseOutputDirectory(d->shell, TextOf(d->output), &dir) || g_dialog != d) return;
+  XmTextFieldSetString(d->output, const_cast<char *>(dir.c_str()));
 }
 
 WebOptions ReadOptions(const ThumbDialog *d) {

@@ -103,14 +103,11 @@ void SaveFile(Widget view, Widget owner) {
 void ExtractInto(Widget view, Widget owner) {
   ViewState state;
   if (!view || !GetViewState(view, &state) || state.pages < 2) return Bell();
-  SelectorRequest req;
-  req.title = "Select Output Directory ...";
-  req.mode = kSelectorDirectory;
-  req.initial = Settings().PathExtract[0] ? Settings().PathExtract : DirectoryOf(state.path);
-  SelectorResult res;
-  if (!RunFileSelector(owner, req, &res) || res.paths.empty()) return;
-  StorePath(Settings().PathExtract, res.paths.front());
-  if (GetViewState(view, &state)) ExtractViewPages(view, res.paths.front().c_str());
+  std::string dir;
+  if (!ChooseOutputDirectory(owner, Settings().PathExtract[0] ? Settings().PathExtract : DirectoryOf(state.path), &dir))
+    return;
+  StorePath(Settings().PathExtract, dir);
+  if (GetViewState(view, &state)) ExtractViewPages(view, dir.c_str());
 }
 
 }  // namespace

@@ -102,13 +102,9 @@ void ChooseDirectory(Widget w, XtPointer client, XtPointer) {
   int row = -1;
   std::sscanf(XtName(w), "button%d", &row);
   if (row < 0 || row >= kFileOpRows) return;
-  SelectorRequest req;
-  req.title = "Select Output Directory ...";
-  req.mode = kSelectorDirectory;
-  req.initial = FieldText(d->edits[row]);
-  SelectorResult res;
-  if (!RunFileSelector(d->modal.shell, req, &res) || res.paths.empty() || d->modal.destroyed) return;
-  XmTextFieldSetString(d->edits[row], const_cast<char *>(res.paths.front().c_str()));
+  std::string dir;
+  if (!ChooseOutputDirectory(d->modal.shell, FieldText(d->edits[row]), &dir) || d->modal.destroyed) return;
+  XmTextFieldSetString(d->edits[row], const_cast<char *>(dir.c_str()));
   XmProcessTraversal(d->edits[row], XmTRAVERSE_CURRENT);
 }
 

@@ -149,13 +149,9 @@ void SortChosen(Widget w, XtPointer client, XtPointer) {
 
 void ChooseOutputDir(Widget, XtPointer client, XtPointer) {
   auto *d = static_cast<MultiDialog *>(client);
-  SelectorRequest req;
-  req.title = "Select Output Directory ...";
-  req.mode = kSelectorDirectory;
-  req.initial = FieldText(d->dir);
-  SelectorResult res;
-  if (RunFileSelector(d->shell, req, &res) && !res.paths.empty() && g_dialog == d)
-    XmTextFieldSetString(d->dir, const_cast<char *>(res.paths.front().c_str()));
+  std::string dir;
+  if (ChooseOutputDirectory(d->shell, FieldText(d->dir), &dir) && g_dialog == d)
+    XmTextFieldSetString(d->dir, const_cast<char *>(dir.c_str()));
 }
 
 void Options(Widget, XtPointer client, XtPointer) { ShowSaveOptions(static_cast<MultiDialog *>(client)->shell); }

@@ -666,6 +666,17 @@ bool RunFileSelector(Widget owner, const SelectorRequest &request, SelectorResul
   return accepted;
 }
 
+bool ChooseOutputDirectory(Widget owner, const std::string &initial, std::string *dir) {
+  SelectorRequest req;
+  req.title = "Select Output Directory ...";
+  req.mode = kSelectorDirectory;
+  req.initial = initial;
+  SelectorResult res;
+  if (!RunFileSelector(owner, req, &res) || res.paths.empty()) return false;
+  *dir = res.paths.front();
+  return true;
+}
+
 Widget ShownFileSelector() { return g_shown.empty() ? nullptr : g_shown.back(); }
 
 SelectorHook SetSelectorHook(SelectorHook hook) {

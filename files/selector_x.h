@@ -31,6 +31,10 @@ struct SelectorResult {
 // Escape, closing it, or the owner going away.
 bool RunFileSelector(Widget owner, const SelectorRequest &request, SelectorResult *out);
 
+// "Select Output Directory ...": the selector in directory mode, starting at
+// `initial`; true with the chosen directory in *dir.
+bool ChooseOutputDirectory(Widget owner, const std::string &initial, std::string *dir);
+
 // The directory the next selector opens in when given no place (the last
 // one used, initially the start directory).
 std::string SelectorDirectory();
