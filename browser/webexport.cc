@@ -17,6 +17,7 @@
 #include "files/load_model.h"
 #include "files/save_model.h"
 #include "imgproc/geometry.h"
+#include "imgproc/path_text.h"
 #include "tessel.h"
 
 namespace quilla {
@@ -39,11 +40,6 @@ std::string Printf(const char *format, ...) {
 }
 
 std::string WithSlash(const std::string &dir) { return dir.empty() || dir.back() == '/' ? dir : dir + "/"; }
-
-std::string DirectoryOf(const std::string &path) {
-  const size_t slash = path.rfind('/');
-  return slash == std::string::npos ? std::string() : path.substr(0, slash + 1);
-}
 
 int AtLeastOne(int v) { return v < 1 ? 1 : v; }
 
@@ -365,7 +361,7 @@ bool WebExport::DoPicture(WebExportUi &ui, const std::string &path) {
     const std::string to = options_.output_dir + "original";
     bool copied = MakeDirectory(to);
     if (copied) {
-      FileOp copy(FileOpKind::kCopy, DirectoryOf(path), {w.name}, to);
+      FileOp copy(FileOpKind::kCopy, DirectoryWithSlash(path), {w.name}, to);
       CopyUi quiet;
       while (!copy.Step(quiet)) {
       }

@@ -20,6 +20,7 @@
 #include "files/batch_pipeline.h"
 #include "files/load_model.h"
 #include "imgproc/op_args.h"
+#include "imgproc/path_text.h"
 
 namespace quilla {
 
@@ -59,11 +60,6 @@ std::string RenamedFrom(const std::string &path) {
   while (digits > 0 && std::isdigit(static_cast<unsigned char>(path[digits - 1]))) --digits;
   if (digits == dot || digits == 0 || path[digits - 1] != '_') return path;
   return path.substr(0, digits - 1) + path.substr(dot);
-}
-
-std::string DirectoryOf(const std::string &path) {
-  const size_t slash = path.rfind('/');
-  return slash == std::string::npos ? std::string() : path.substr(0, slash + 1);
 }
 
 std::string WithSlash(const std::string &dir) {
@@ -263,7 +259,7 @@ int FinishPreparedFile(BatchUi &ui, const SettingsRecord &settings, const Conver
 }
 
 std::string MultiOutputPath(const std::string &out_dir, const std::string &input) {
-  const std::string dir = out_dir.empty() ? DirectoryOf(input) : WithSlash(out_dir);
+  const std::string dir = out_dir.empty() ? DirectoryWithSlash(input) : WithSlash(out_dir);
   return dir + FileNameOnly(input.c_str());
 }
 

@@ -35,6 +35,7 @@
 #include "files/save_x.h"
 #include "files/selector_x.h"
 #include "imgproc/batch_text.h"
+#include "imgproc/path_text.h"
 #include "view/op_dialogs_x.h"
 #include "widgets/MyComboBox.h"
 
@@ -97,11 +98,6 @@ long NumberOf(Widget text) { return std::strtol(TextOf(text).c_str(), nullptr, 1
 bool IsSet(Widget toggle) { return XmToggleButtonGetState(toggle); }
 
 void Bell(Widget w) { XBell(XtDisplay(w), 0); }
-
-std::string DirectoryOf(const std::string &path) {
-  const size_t slash = path.rfind('/');
-  return slash == std::string::npos ? "" : slash == 0 ? "/" : path.substr(0, slash);
-}
 
 // ---- building
 
@@ -227,7 +223,7 @@ void AddPressed(Widget, XtPointer data, XtPointer) {
   auto *d = static_cast<Dialog *>(data);
   SelectorResult res;
   if (!RunSelector(d, "Select Multi File ...", 0, true, Settings().PathLoad, &res) || !DialogAlive(d)) return;
-  std::snprintf(Settings().PathLoad, kPathSize, "%s", DirectoryOf(res.paths.front()).c_str());
+  std::snprintf(Settings().PathLoad, kPathSize, "%s", DirectoryPart(res.paths.front()).c_str());
   AddInputs(d, res.paths);
 }
 
@@ -484,7 +480,7 @@ void SaveScriptPressed(Widget, XtPointer data, XtPointer) {
   SelectorResult res;
   if (!RunSelector(d, "Choose Filename...", kSelectorSave, false, Settings().PathScript, &res) || !DialogAlive(d))
     return;
-  std::snprintf(Settings().PathScript, kPathSize, "%s", DirectoryOf(res.paths.front()).c_str());
+  std::snprintf(Settings().PathScript, kPathSize, "%s", DirectoryPart(res.paths.front()).c_str());
   if (!WriteScriptFile(res.paths.front(), script))
     ShowMessage(d->shell, "Can't create file \n<" + res.paths.front() + ">");
 }

@@ -23,6 +23,7 @@
 #include "files/save_x.h"
 #include "files/selector_x.h"
 #include "files/slide_x.h"
+#include "imgproc/path_text.h"
 #include "view/view_hooks_x.h"
 #include "view/view_x.h"
 
@@ -36,12 +37,6 @@ void Bell() {
 
 void StorePath(char *field, const std::string &value) { std::snprintf(field, kPathSize, "%s", value.c_str()); }
 
-std::string DirectoryOf(const std::string &path) {
-  const size_t slash = path.find_last_of('/');
-  if (slash == std::string::npos) return "";
-  return slash == 0 ? "/" : path.substr(0, slash);
-}
-
 // "Load Files...": one file opens a view on it, several a view walking them
 // (the existing view takes them with View.OnlyOneView).
 void OpenFiles(Widget owner) {
@@ -51,7 +46,7 @@ void OpenFiles(Widget owner) {
   req.initial = Settings().PathLoad;
   SelectorResult res;
   if (!RunFileSelector(owner, req, &res) || res.paths.empty()) return;
-  StorePath(Settings().PathLoad, DirectoryOf(res.paths.front()));
+  StorePath(Settings().PathLoad, DirectoryPart(res.paths.front()));
   if (res.paths.size() == 1) {
     OpenViewOnFile(App().shell, res.paths.front().c_str(), 0);
   } else {
@@ -89,7 +84,7 @@ void SaveFile(Widget view, Widget owner) {
   // The extension made it another file: that one is asked about too.
   if (path != chosen && access(path.c_str(), F_OK) == 0 && !AskConfirm(owner, "Overwrite this file !! \nConfirm ?"))
     return;
-  StorePath(Settings().PathSave, DirectoryOf(path));
+  StorePath(Settings().PathSave, DirectoryPart(path));
   const TslPicture *shown = GetViewState(view, &state) ? ViewCurrentPicture(view) : nullptr;
   if (!shown) return;
   TslPicture copy{};
@@ -104,7 +99,7 @@ void ExtractInto(Widget view, Widget owner) {
   ViewState state;
   if (!view || !GetViewState(view, &state) || state.pages < 2) return Bell();
   std::string dir;
-  if (!ChooseOutputDirectory(owner, Settings().PathExtract[0] ? Settings().PathExtract : DirectoryOf(state.path), &dir))
+  if (!ChooseOutputDirectory(owner, Settings().PathExtract[0] ? Settings().PathExtract : DirectoryPart(state.path), &dir))
     return;
   StorePath(Settings().PathExtract, dir);
   if (GetViewState(view, &state)) ExtractViewPages(view, dir.c_str());

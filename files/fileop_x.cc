@@ -26,6 +26,7 @@
 #include "files/load_x.h"
 #include "files/modal_x.h"
 #include "files/selector_x.h"
+#include "imgproc/path_text.h"
 #include "view/view_x.h"
 
 namespace quilla {
@@ -33,13 +34,8 @@ namespace quilla {
 namespace {
 
 std::string DirOf(const std::string &path) {
-  const size_t slash = path.find_last_of('/');
-  return slash == std::string::npos ? "./" : path.substr(0, slash + 1);
-}
-
-std::string NameOf(const std::string &path) {
-  const size_t slash = path.find_last_of('/');
-  return slash == std::string::npos ? path : path.substr(slash + 1);
+  const std::string dir = DirectoryWithSlash(path);
+  return dir.empty() ? "./" : dir;
 }
 
 void Bell() {
@@ -171,7 +167,7 @@ void FollowInView(Widget view, const std::string &old_path, const FileOp &op) {
   ViewState state;
   if (op.done().empty() || !WidgetAlive(view) || !GetViewState(view, &state) || state.path != old_path) return;
   if (op.kind() == FileOpKind::kMove) {
-    ViewSetFile(view, (op.target_dir() + NameOf(old_path)).c_str(), -1, state.modified);
+    ViewSetFile(view, (op.target_dir() + FileNamePart(old_path)).c_str(), -1, state.modified);
   } else if (op.kind() == FileOpKind::kDelete) {
     ViewForgetFile(view);
   }
@@ -320,9 +316,9 @@ void CarryThumbnails(const std::vector<std::pair<std::string, std::string>> &mov
   for (const auto &m : moves) {
     Carried c{};
     c.dir = DirOf(m.second);
-    c.name = NameOf(m.second);
+    c.name = FileNamePart(m.second);
     if (::stat(m.second.c_str(), &c.st) != 0) continue;
-    const std::string from_dir = DirOf(m.first), from_name = NameOf(m.first);
+    const std::string from_dir = DirOf(m.first), from_name = FileNamePart(m.first);
     if (from_dir != current) cache.setDirectory(current = from_dir);
     const std::vector<ThumbCache::Key> keys = cache.keys();
     for (auto k = keys.rbegin(); k != keys.rend(); ++k) {
@@ -347,18 +343,18 @@ void CarryThumbnails(const std::vector<std::pair<std::string, std::string>> &mov
 }
 
 void CarryDescription(const std::string &from, const std::string &to, bool keep_source) {
-  const std::string from_dir = DirOf(from), name = NameOf(from);
+  const std::string from_dir = DirOf(from), name = FileNamePart(from);
   DescriptionTable table = LoadDescriptions(from_dir);
   const std::string *found = FindDescription(table, name);
   if (!found) return;
   const std::string text = *found;
   const bool same_dir = !to.empty() && DirOf(to) == from_dir;
   if (!keep_source) SetDescription(&table, name, std::nullopt);
-  if (same_dir) SetDescription(&table, NameOf(to), text);
+  if (same_dir) SetDescription(&table, FileNamePart(to), text);
   if (!keep_source || same_dir) SaveDescriptions(table, from_dir, true);
   if (to.empty() || same_dir) return;
   DescriptionTable other = LoadDescriptions(DirOf(to));
-  SetDescription(&other, NameOf(to), text);
+  SetDescription(&other, FileNamePart(to), text);
   SaveDescriptions(other, DirOf(to), true);
 }
 
@@ -374,7 +370,7 @@ bool RunViewFileOpCommand(Widget view, Widget owner, const char *word) {
     Bell();
     return true;
   }
-  const std::string path = state.path, dir = DirOf(path), name = NameOf(path);
+  const std::string path = state.path, dir = DirOf(path), name = FileNamePart(path);
   std::string target, new_name;
   FileOpKind kind;
   std::vector<std::string> new_names;

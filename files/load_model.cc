@@ -4,6 +4,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "imgproc/path_text.h"
+
 namespace quilla {
 
 PageSize PostscriptPageSize(int value) {
@@ -52,11 +54,7 @@ void FillLoadRequest(const SettingsRecord &settings, int format, int page, bool 
   if (load.IgnoreError) p.flags |= TSL_FLAG_KEEP_DAMAGED;
 }
 
-std::string FileNameOnly(const char *path) {
-  if (!path) return std::string();
-  const char *slash = std::strrchr(path, '/');
-  return slash ? slash + 1 : path;
-}
+std::string FileNameOnly(const char *path) { return path ? FileNamePart(path) : std::string(); }
 
 std::string LoadingLabel(const char *path) { return "Loading " + FileNameOnly(path); }
 

@@ -12,19 +12,15 @@
 #include <tuple>
 
 #include "files/load_model.h"
+#include "imgproc/path_text.h"
 #include "tessel.h"
 
 namespace quilla {
 
 namespace {
 
-std::string NameOf(const std::string &path) {
-  const size_t slash = path.find_last_of('/');
-  return slash == std::string::npos ? path : path.substr(slash + 1);
-}
-
 std::string Extension(const std::string &path) {
-  const std::string name = NameOf(path);
+  const std::string name = FileNamePart(path);
   const size_t dot = name.find_last_of('.');
   return dot == std::string::npos || dot == 0 ? std::string() : name.substr(dot + 1);
 }
@@ -65,7 +61,7 @@ void SortMultiInputs(std::vector<std::string> *paths, MultiSort key, bool descen
     items.push_back({p, ok ? static_cast<long long>(st.st_mtime) : 0, ok ? static_cast<long long>(st.st_size) : 0});
   }
   auto less = [key](const Item &a, const Item &b) {
-    const std::string na = NameOf(a.path), nb = NameOf(b.path);
+    const std::string na = FileNamePart(a.path), nb = FileNamePart(b.path);
     switch (key) {
       case MultiSort::kDate: return std::tie(a.time, na) < std::tie(b.time, nb);
       case MultiSort::kSize: return std::tie(a.size, na) < std::tie(b.size, nb);
@@ -113,7 +109,7 @@ MultiResult CreateMultiPage(const SettingsRecord &settings, const std::string &o
   // closed and flushed file.
   const size_t slash = r.path.find_last_of('/');
   const std::string dir = slash == std::string::npos ? "" : r.path.substr(0, slash + 1);
-  std::string temp = dir + "." + NameOf(r.path) + ".XXXXXX";
+  std::string temp = dir + "." + FileNamePart(r.path) + ".XXXXXX";
   const int fd = ::mkostemp(&temp[0], O_CLOEXEC);
   if (fd < 0) {
     r.code = TSL_ERR_CREATE;

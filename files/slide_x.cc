@@ -28,6 +28,7 @@
 #include "files/load_x.h"
 #include "files/selector_x.h"
 #include "imgproc/geometry.h"
+#include "imgproc/path_text.h"
 #include "view/render_x.h"
 #include "view/view_x.h"
 
@@ -407,11 +408,6 @@ void StoreSettings(const SlideList &l) {
   s.Random = l.switches & kSlideRandom;
 }
 
-std::string DirectoryOf(const std::string &path) {
-  const size_t slash = path.find_last_of('/');
-  return slash == std::string::npos ? "" : slash == 0 ? "/" : path.substr(0, slash);
-}
-
 // The record goes with its window, however the window goes (closed here,
 // or with its parent).
 void DialogDestroyed(Widget, XtPointer client, XtPointer) {
@@ -465,7 +461,7 @@ void LoadOrSave(Widget w, XtPointer client, XtPointer) {
   SelectorResult res;
   if (!RunFileSelector(d->shell, req, &res) || res.paths.empty() || g_dialog != d) return;
   const std::string path = WithSlideExtension(res.paths.front());
-  std::snprintf(Settings().PathSlide, kPathSize, "%s", DirectoryOf(path).c_str());
+  std::snprintf(Settings().PathSlide, kPathSize, "%s", DirectoryPart(path).c_str());
   if (save) {
     if (!WriteSlideFile(path, DialogList(d))) ShowMessage(d->shell, CantOpenSlideText(path));
     return;

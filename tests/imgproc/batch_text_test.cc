@@ -6,6 +6,7 @@
 #include <string>
 
 #include "imgproc/batch_text.h"
+#include "imgproc/path_text.h"
 
 using namespace quilla;
 
@@ -70,6 +71,18 @@ TEST(BatchText, SaveScriptLine) {
   seq.channel_type = 6;
   seq.channel_order = 2;
   EXPECT_EQ(SaveScriptLine(seq), "tesconv -ctype cmyk -corder sep -n 1 10 2 -out tiff -o /out/img###.tif /in/scan###.raw ");
+}
+
+TEST(PathText, RootBareNamesAndTrailingSlashes) {
+  EXPECT_EQ(FileNamePart("/a/b.png"), "b.png");
+  EXPECT_EQ(FileNamePart("b.png"), "b.png");
+  EXPECT_EQ(FileNamePart("/a/"), "");
+  EXPECT_EQ(DirectoryPart("/a/b.png"), "/a");
+  EXPECT_EQ(DirectoryPart("/b.png"), "/");
+  EXPECT_EQ(DirectoryPart("b.png"), "");
+  EXPECT_EQ(DirectoryWithSlash("/a/b.png"), "/a/");
+  EXPECT_EQ(DirectoryWithSlash("/b.png"), "/");
+  EXPECT_EQ(DirectoryWithSlash("b.png"), "");
 }
 
 }  // namespace

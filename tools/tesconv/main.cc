@@ -12,6 +12,7 @@
 #include <mutex>
 #include <thread>
 
+#include "imgproc/path_text.h"
 #include "tools/tesconv/tesconv.h"
 
 namespace {
@@ -33,11 +34,6 @@ bool MakeDirs(const std::string &dir) {
   return ::stat(dir.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
 }
 
-std::string BaseName(const std::string &path) {
-  size_t slash = path.rfind('/');
-  return slash == std::string::npos ? path : path.substr(slash + 1);
-}
-
 class Reporter {
  public:
   Reporter(size_t total, bool verbose) : total_(total), verbose_(verbose), tty_(::isatty(2) != 0) {}
@@ -45,7 +41,7 @@ class Reporter {
   void Started(const ConvJob &job) {
     if (!tty_) return;
     std::lock_guard<std::mutex> lock(mutex_);
-    current_ = BaseName(job.input);
+    current_ = quilla::FileNamePart(job.input);
     Draw();
   }
 

@@ -4,6 +4,7 @@
 
 #include <mutex>
 
+#include "imgproc/path_text.h"
 #include "tools/tesconv/tesconv.h"
 
 namespace quilla {
@@ -20,11 +21,6 @@ bool PathExists(const std::string &path) {
 bool IsDirectory(const std::string &path) {
   struct stat st;
   return ::stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
-}
-
-std::string BaseName(const std::string &path) {
-  size_t slash = path.rfind('/');
-  return slash == std::string::npos ? path : path.substr(slash + 1);
 }
 
 std::string JoinDir(const std::string &dir, const std::string &name) {
@@ -65,7 +61,7 @@ bool PlanJobs(const ConvOptions &opt, std::vector<ConvJob> *jobs, std::string *e
       for (long n = opt.seq_start; n <= opt.seq_end; n += opt.seq_step) {
         ConvJob job;
         job.input = NameFromTemplate(templ, static_cast<int>(n));
-        if (to_dir) job.output = JoinDir(o, BaseName(job.input));
+        if (to_dir) job.output = JoinDir(o, FileNamePart(job.input));
         else if (to_template) job.output = NameFromTemplate(o, static_cast<int>(n));
         else job.output = job.input;
         jobs->push_back(job);
@@ -82,7 +78,7 @@ bool PlanJobs(const ConvOptions &opt, std::vector<ConvJob> *jobs, std::string *e
   for (const std::string &f : opt.files) {
     ConvJob job;
     job.input = f;
-    if (to_dir) job.output = JoinDir(o, BaseName(f));
+    if (to_dir) job.output = JoinDir(o, FileNamePart(f));
     else if (numbered) job.output = NameFromTemplate(o, number);
     else if (to_template) job.output = o;
     else job.output = f;
