@@ -218,13 +218,6 @@ int NumberIn(Widget text, int low, int high, int fallback) {
   return ok ? static_cast<int>(std::clamp<long>(v, low, high)) : fallback;
 }
 
-std::string TextOf(Widget text) {
-  char *s = XmTextFieldGetString(text);
-  std::string out = s ? s : "";
-  XtFree(s);
-  return out;
-}
-
 // The up and down arrows beside a table field step its number.
 void ArrowStep(Widget arrow, XtPointer data, XtPointer) {
   Widget text = static_cast<Widget>(data);
@@ -273,13 +266,13 @@ void Browse(Widget, XtPointer data, XtPointer) {
   auto *d = static_cast<ThumbDialog *>(data);
   std::string dir;
   // The dialog may be gone when the selector returns (its owner closed).
-  if (!ChooseOutputDirectory(d->shell, TextOf(d->output), &dir) || g_dialog != d) return;
+  if (!ChooseOutputDirectory(d->shell, FieldText(d->output), &dir) || g_dialog != d) return;
   XmTextFieldSetString(d->output, const_cast<char *>(dir.c_str()));
 }
 
 WebOptions ReadOptions(const ThumbDialog *d) {
   WebOptions o = WebOptionsFromSettings(Settings());
-  o.title = TextOf(d->title);
+  o.title = FieldText(d->title);
   o.columns = NumberIn(d->column, 1, 1000, o.columns);
   o.rows = NumberIn(d->row, 1, 1000, o.rows);
   o.border = NumberIn(d->border, 0, 1000, o.border);
@@ -290,7 +283,7 @@ WebOptions ReadOptions(const ThumbDialog *d) {
   o.progressive = XmToggleButtonGetState(d->progr);
   o.quality = NumberIn(d->quality, 1, 100, o.quality);
   o.use_original_if_smaller = XmToggleButtonGetState(d->use_original);
-  o.output_dir = TextOf(d->output);
+  o.output_dir = FieldText(d->output);
   o.copy_sources = XmToggleButtonGetState(d->copy_to);
   o.launch = XmToggleButtonGetState(d->launch);
   o.display = 0;
@@ -308,7 +301,7 @@ void Create(Widget, XtPointer data, XtPointer) {
   const WebOptions o = ReadOptions(d);
   // The title names the page files and the directory receives them: neither may be empty.
   for (Widget needed : {d->title, d->output})
-    if (TextOf(needed).empty()) {
+    if (FieldText(needed).empty()) {
       XBell(XtDisplay(d->shell), 0);
       XmProcessTraversal(needed, XmTRAVERSE_CURRENT);
       return;

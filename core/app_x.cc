@@ -12,6 +12,7 @@
 #include <Xm/Protocols.h>
 #include <Xm/PushB.h>
 #include <Xm/Separator.h>
+#include <Xm/TextF.h>
 #include <Xm/DialogS.h>
 #include <X11/Shell.h>
 #include <X11/Xatom.h>
@@ -163,6 +164,19 @@ Widget DialogParent(Widget owner) {
   s = ShellOf(App().main_window);
   if (WidgetAlive(s)) return s;
   return WidgetAlive(App().shell) ? App().shell : nullptr;
+}
+
+std::string FieldText(Widget field) {
+  char *s = XmTextFieldGetString(field);
+  std::string out = s ? s : "";
+  XtFree(s);
+  return out;
+}
+
+void SetLabelText(Widget label, const std::string &text) {
+  XmString s = XmStringCreateLocalized(const_cast<char *>(text.c_str()));
+  XtVaSetValues(label, XmNlabelString, s, nullptr);
+  XmStringFree(s);
 }
 
 Widget BottomRowButton(Widget form, Widget above, const char *name, const char *label, int left, int right) {

@@ -43,6 +43,10 @@ bool WidgetAlive(Widget w);
 // else the application shell; nullptr when there is none.
 Widget DialogParent(Widget owner);
 
+// The text of a text field, and a label's new text.
+std::string FieldText(Widget field);
+void SetLabelText(Widget label, const std::string &text);
+
 // A push button of a dialog's bottom row: under `above` in the form `form`,
 // attached to the form's bottom, spanning the positions left..right of the
 // form's width (fraction base 100).

@@ -76,24 +76,11 @@ Work *g_work = nullptr;
 
 XmString Str(const std::string &s) { return XmStringCreateLocalized(const_cast<char *>(s.c_str())); }
 
-void SetLabel(Widget w, const std::string &text) {
-  XmString s = Str(text);
-  XtVaSetValues(w, XmNlabelString, s, nullptr);
-  XmStringFree(s);
-}
-
-std::string TextOf(Widget text) {
-  char *t = XmTextFieldGetString(text);
-  std::string s = t ? t : "";
-  XtFree(t);
-  return s;
-}
-
 void SetText(Widget text, const std::string &value) {
   XmTextFieldSetString(text, const_cast<char *>(value.c_str()));
 }
 
-long NumberOf(Widget text) { return std::strtol(TextOf(text).c_str(), nullptr, 10); }
+long NumberOf(Widget text) { return std::strtol(FieldText(text).c_str(), nullptr, 10); }
 
 bool IsSet(Widget toggle) { return XmToggleButtonGetState(toggle); }
 
@@ -103,13 +90,13 @@ void Bell(Widget w) { XBell(XtDisplay(w), 0); }
 
 Widget Label(Widget parent, const char *name, const char *text) {
   Widget w = XtVaCreateManagedWidget(name, xmLabelWidgetClass, parent, nullptr);
-  SetLabel(w, text);
+  SetLabelText(w, text);
   return w;
 }
 
 Widget Push(Widget parent, const char *name, const char *text, XtCallbackProc proc, Dialog *d) {
   Widget w = XtVaCreateManagedWidget(name, xmPushButtonWidgetClass, parent, nullptr);
-  SetLabel(w, text);
+  SetLabelText(w, text);
   if (proc) XtAddCallback(w, XmNactivateCallback, proc, d);
   return w;
 }
@@ -117,7 +104,7 @@ Widget Push(Widget parent, const char *name, const char *text, XtCallbackProc pr
 Widget Toggle(Widget parent, const char *name, const char *text, bool set) {
   Widget w = XtVaCreateManagedWidget(name, xmToggleButtonWidgetClass, parent, XmNset, set ? XmSET : XmUNSET,
                                      nullptr);
-  SetLabel(w, text);
+  SetLabelText(w, text);
   return w;
 }
 
@@ -128,7 +115,7 @@ Widget Frame(Widget form, const char *name, const char *title, Widget above) {
   if (above) XtVaSetValues(frame, XmNtopAttachment, XmATTACH_WIDGET, XmNtopWidget, above, nullptr);
   else XtVaSetValues(frame, XmNtopAttachment, XmATTACH_FORM, nullptr);
   Widget t = XtVaCreateManagedWidget("title", xmLabelWidgetClass, frame, XmNchildType, XmFRAME_TITLE_CHILD, nullptr);
-  SetLabel(t, title);
+  SetLabelText(t, title);
   return XtVaCreateManagedWidget("form", xmFormWidgetClass, frame, XmNmarginWidth, 6, XmNmarginHeight, 6, nullptr);
 }
 
@@ -271,7 +258,7 @@ void RemoveAllPressed(Widget, XtPointer data, XtPointer) {
 
 void ChooseDirectory(Dialog *d, Widget field, const char *title) {
   SelectorResult res;
-  const std::string now = TextOf(field);
+  const std::string now = FieldText(field);
   if (!RunSelector(d, title, kSelectorDirectory, false, now.empty() ? Settings().PathSave : now, &res) ||
       !DialogAlive(d))
     return;
@@ -322,10 +309,10 @@ OpProcessList OperationsOf(Dialog *d) {
 
 bool SequenceOf(Dialog *d, SequenceSetup *setup, std::string *error) {
   SequenceFields f;
-  f.in_dir = TextOf(d->in_dir);
-  f.in_file = TextOf(d->in_file);
-  f.out_dir = TextOf(d->out_dir);
-  f.out_file = TextOf(d->out_file);
+  f.in_dir = FieldText(d->in_dir);
+  f.in_file = FieldText(d->in_file);
+  f.out_dir = FieldText(d->out_dir);
+  f.out_file = FieldText(d->out_file);
   f.in_format = ChosenFormat(d->in_list, d->in_types);
   if (f.in_format < 0) f.in_format = kDetectFormat;
   f.out_format = ChosenFormat(d->out_list, d->out_types);
@@ -360,7 +347,7 @@ class XBatchUi : public BatchUi {
   bool Confirm(const std::string &question) override { return AskConfirm(Owner(), question); }
   void ShowConverting(const std::string &text) override {
     if (!work_->progress || ProgressStopped(work_->progress)) return;
-    if (Widget label = XtNameToWidget(work_->progress, "*labelProgress")) SetLabel(label, text);
+    if (Widget label = XtNameToWidget(work_->progress, "*labelProgress")) SetLabelText(label, text);
     XmUpdateDisplay(work_->progress);
   }
   void Advance() override {
@@ -417,7 +404,7 @@ void GoPressed(Widget, XtPointer data, XtPointer) {
   if (out_format < 0) return Bell(d->shell);
   if (!d->sequence) {
     if (d->inputs.empty()) return Bell(d->shell);
-    BatchRun run = BatchRun::Multi(d->inputs, TextOf(d->out_dir), out_format);
+    BatchRun run = BatchRun::Multi(d->inputs, FieldText(d->out_dir), out_format);
     run.operations = OperationsOf(d);
     run.flags = FlagsOf(d);
     run.overwrite = OverwriteOf(d);
@@ -451,7 +438,7 @@ void OutputFormatChosen(Widget, XtPointer data, XtPointer) {
   const int format = ChosenFormat(d->out_list, d->out_types);
   TslFormatInfo info;
   if (!d->out_file || format < 0 || tslFormatGetInfo(format, &info) != TSL_OK) return;
-  const std::string name = TextOf(d->out_file);
+  const std::string name = FieldText(d->out_file);
   const std::string fixed = FixOutputFileName(name, info.extensions ? info.extensions : "");
   if (fixed != name) SetText(d->out_file, fixed);
 }
@@ -463,7 +450,7 @@ bool ScriptOf(Dialog *d, ScriptSettings *script, std::string *error) {
       *error = "No file to convert !!";
       return false;
     }
-    *script = MultiScript(d->inputs, TextOf(d->out_dir), out_format, FlagsOf(d), OperationsOf(d), Settings());
+    *script = MultiScript(d->inputs, FieldText(d->out_dir), out_format, FlagsOf(d), OperationsOf(d), Settings());
     return true;
   }
   SequenceSetup setup;

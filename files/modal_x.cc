@@ -83,17 +83,4 @@ bool RunModalDialog(ModalDialog *m, Widget focus) {
   return m->ok && !m->destroyed;
 }
 
-void SetLabelText(Widget w, const std::string &text) {
-  XmString s = XmStringCreateLocalized(const_cast<char *>(text.c_str()));
-  XtVaSetValues(w, XmNlabelString, s, nullptr);
-  XmStringFree(s);
-}
-
-std::string FieldText(Widget field) {
-  char *s = XmTextFieldGetString(field);
-  std::string out = s ? s : "";
-  XtFree(s);
-  return out;
-}
-
 }  // namespace quilla

@@ -35,9 +35,6 @@ void ModalDialogCancel(Widget w, XtPointer client, XtPointer call);
 // (false when the dialog went away with its owner).
 bool RunModalDialog(ModalDialog *m, Widget focus);
 
-// Label and text helpers.
-void SetLabelText(Widget w, const std::string &text);
-std::string FieldText(Widget field);
 
 }  // namespace quilla
 

@@ -47,12 +47,6 @@ Widget g_format_list = nullptr;
 
 XmString MakeString(const std::string &text) { return XmStringCreateLocalized(const_cast<char *>(text.c_str())); }
 
-void SetLabel(Widget w, const std::string &text) {
-  XmString s = MakeString(text);
-  XtVaSetValues(w, XmNlabelString, s, nullptr);
-  XmStringFree(s);
-}
-
 Atom DeleteWindowAtom(Widget w) {
   return XmInternAtom(XtDisplay(w), const_cast<char *>("WM_DELETE_WINDOW"), False);
 }
@@ -141,7 +135,7 @@ void FreePreview(Selector *s) {
 
 void ClearInfo(Selector *s) {
   FreePreview(s);
-  for (int i = 0; i < 6; ++i) SetLabel(s->labels[i], kInfoEmpty[i]);
+  for (int i = 0; i < 6; ++i) SetLabelText(s->labels[i], kInfoEmpty[i]);
 }
 
 // A reduced picture in a window of the program's visual inside the preview
@@ -195,26 +189,26 @@ void UpdatePreview(Selector *s, const std::string &path) {
   TslFileInfo info;
   if (tslFileInformation(path.c_str(), -1, 0, &info) != TSL_OK) {
     tslFileInformationFree(&info);
-    for (Widget label : s->labels) SetLabel(label, "Unavailable");
+    for (Widget label : s->labels) SetLabelText(label, "Unavailable");
     return;
   }
   char buf[160];
   const char *description = tslFormatGetDescription(info.format);
   std::snprintf(buf, sizeof buf, "Type: %s", description ? description : "");
-  SetLabel(s->labels[0], buf);
+  SetLabelText(s->labels[0], buf);
   std::snprintf(buf, sizeof buf, "Width: %d", static_cast<int>(info.width));
-  SetLabel(s->labels[1], buf);
+  SetLabelText(s->labels[1], buf);
   std::snprintf(buf, sizeof buf, "Height: %d", static_cast<int>(info.height));
-  SetLabel(s->labels[2], buf);
+  SetLabelText(s->labels[2], buf);
   std::snprintf(buf, sizeof buf, "Bits Per Plane: %d", info.bits_per_plane);
-  SetLabel(s->labels[3], buf);
+  SetLabelText(s->labels[3], buf);
   std::snprintf(buf, sizeof buf, "# Planes: %d", info.planes);
-  SetLabel(s->labels[4], buf);
+  SetLabelText(s->labels[4], buf);
   if (TSL_IS_TRUECOLOR(info.color_model) || info.colors >= (1L << 24))
     std::snprintf(buf, sizeof buf, "# Colors: 16 Millions");
   else
     std::snprintf(buf, sizeof buf, "# Colors:  %d", static_cast<int>(info.colors));
-  SetLabel(s->labels[5], buf);
+  SetLabelText(s->labels[5], buf);
   const int format = info.format;
   tslFileInformationFree(&info);
   ShowThumbnail(s, path, format);
@@ -257,7 +251,7 @@ void FillMenu(Selector *s, Widget menu, const char *prefix, std::vector<Widget> 
       XtAddCallback(b, XmNactivateCallback, MenuItemChosen, s);
       items->push_back(b);
     }
-    SetLabel((*items)[i], paths[i]);
+    SetLabelText((*items)[i], paths[i]);
     XtManageChild((*items)[i]);
   }
   for (size_t i = paths.size(); i < items->size(); ++i) XtUnmanageChild((*items)[i]);
@@ -278,7 +272,7 @@ bool ChangeDirectory(Selector *s, const std::string &dir) {
   FillFileList(s);
   s->ancestor_paths = AncestorDirectories(dir);
   FillMenu(s, s->ancestor_menu, "ancestorItem", &s->ancestor_items, s->ancestor_paths);
-  SetLabel(s->ancestor_cascade, dir);
+  SetLabelText(s->ancestor_cascade, dir);
   ClearInfo(s);
   if (DirectoryMode(s))
     SetTyped(s, dir);
@@ -501,7 +495,7 @@ Selector *Build(Widget parent, const SelectorRequest &req) {
   s->dir_menu = XmCreatePulldownMenu(bar, const_cast<char *>("dirMenu"), nullptr, 0);
   Widget dirs = XtVaCreateManagedWidget("directories", xmCascadeButtonWidgetClass, bar, XmNsubMenuId, s->dir_menu,
                                         XmNmnemonic, XK_D, nullptr);
-  SetLabel(dirs, "Directories");
+  SetLabelText(dirs, "Directories");
   XtManageChild(bar);
 
   s->text = XtVaCreateManagedWidget("textField1", xmTextFieldWidgetClass, form, XmNmaxLength, kPathSize - 1,
@@ -513,14 +507,14 @@ Selector *Build(Widget parent, const SelectorRequest &req) {
   // Bottom row: file type, then the two buttons.
   s->cancel = XtVaCreateManagedWidget("buttonCancel", xmPushButtonWidgetClass, form, XmNwidth, 90,
                                       XmNrightAttachment, XmATTACH_FORM, XmNbottomAttachment, XmATTACH_FORM, nullptr);
-  SetLabel(s->cancel, "Cancel");
+  SetLabelText(s->cancel, "Cancel");
   s->ok = XtVaCreateManagedWidget("pushButton2", xmPushButtonWidgetClass, form, XmNwidth, 90, XmNrightAttachment,
                                   XmATTACH_WIDGET, XmNrightWidget, s->cancel, XmNbottomAttachment, XmATTACH_FORM,
                                   nullptr);
-  SetLabel(s->ok, SaveMode(s) ? "Save" : "Open");
+  SetLabelText(s->ok, SaveMode(s) ? "Save" : "Open");
   Widget type_label = XtVaCreateManagedWidget("label2", xmLabelWidgetClass, form, XmNleftAttachment, XmATTACH_FORM,
                                               XmNbottomAttachment, XmATTACH_FORM, XmNbottomOffset, 4, nullptr);
-  SetLabel(type_label, "FileType");
+  SetLabelText(type_label, "FileType");
   s->combo = MyCreateComboBox(form, "comboBox", nullptr, 0);
   XtVaSetValues(s->combo, XmNleftAttachment, XmATTACH_WIDGET, XmNleftWidget, type_label, XmNrightAttachment,
                 XmATTACH_WIDGET, XmNrightWidget, s->ok, XmNrightOffset, 24, XmNbottomAttachment, XmATTACH_FORM,
@@ -537,22 +531,22 @@ Selector *Build(Widget parent, const SelectorRequest &req) {
       nullptr);
   s->toggle = XtVaCreateManagedWidget("togglePreview", xmToggleButtonWidgetClass, column, XmNset, True,
                                       XmNalignment, XmALIGNMENT_BEGINNING, nullptr);
-  SetLabel(s->toggle, "Preview");
+  SetLabelText(s->toggle, "Preview");
   XtAddCallback(s->toggle, XmNvalueChangedCallback, PreviewToggled, s);
   s->preview = XtVaCreateManagedWidget("labelPreview", xmLabelWidgetClass, column, XmNrecomputeSize, False,
                                        XmNwidth, kColumnWidth, XmNheight, kPreviewHeight + 12, nullptr);
-  SetLabel(s->preview, "");
+  SetLabelText(s->preview, "");
   Widget info = XtVaCreateManagedWidget("info", xmFrameWidgetClass, column, nullptr);
   Widget title = XtVaCreateManagedWidget("infoTitle", xmLabelWidgetClass, info, XmNchildType, XmFRAME_TITLE_CHILD,
                                          nullptr);
-  SetLabel(title, "Image information");
+  SetLabelText(title, "Image information");
   Widget rows = XtVaCreateManagedWidget("infoRows", xmRowColumnWidgetClass, info, XmNorientation, XmVERTICAL,
                                         XmNspacing, 1, nullptr);
   for (int i = 0; i < 6; ++i) {
     s->labels[i] = XtVaCreateManagedWidget(kInfoNames[i], xmLabelWidgetClass, rows, XmNalignment,
                                            XmALIGNMENT_BEGINNING, XmNrecomputeSize, False, XmNwidth,
                                            kColumnWidth - 16, nullptr);
-    SetLabel(s->labels[i], kInfoEmpty[i]);
+    SetLabelText(s->labels[i], kInfoEmpty[i]);
   }
 
   // The two lists between them.
@@ -702,13 +696,13 @@ Widget ShowFormatList(Widget owner) {
   Widget header = XtVaCreateManagedWidget("label", xmLabelWidgetClass, form, XmNalignment, XmALIGNMENT_BEGINNING,
                                           XmNtopAttachment, XmATTACH_FORM, XmNleftAttachment, XmATTACH_FORM,
                                           XmNrightAttachment, XmATTACH_FORM, nullptr);
-  SetLabel(header, FormatListHeader());
+  SetLabelText(header, FormatListHeader());
   Widget ok = XtVaCreateManagedWidget("buttonOK", xmPushButtonWidgetClass, form, XmNwidth, 90, XmNrightAttachment,
                                       XmATTACH_FORM, XmNbottomAttachment, XmATTACH_FORM, nullptr);
-  SetLabel(ok, "O.K.");
+  SetLabelText(ok, "O.K.");
   Widget sort = XtVaCreateManagedWidget("toggleSortById", xmToggleButtonWidgetClass, form, XmNset, False,
                                         XmNleftAttachment, XmATTACH_FORM, XmNbottomAttachment, XmATTACH_FORM, nullptr);
-  SetLabel(sort, "Sort by ID");
+  SetLabelText(sort, "Sort by ID");
   Arg args[3];
   Cardinal n = 0;
   XtSetArg(args[n], XmNvisibleItemCount, 16), ++n;

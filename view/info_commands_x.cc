@@ -162,13 +162,6 @@ Widget ContentField(Small *s, const char *name, const std::string &caption, cons
   return f;
 }
 
-std::string FieldText(Widget f) {
-  char *t = XmTextFieldGetString(f);
-  std::string s = t ? t : "";
-  XtFree(t);
-  return s;
-}
-
 // A whole number within [lo, hi] typed in a field (blanks around it allowed).
 bool FieldNumber(Widget f, long lo, long hi, long *out) {
   const std::string t = FieldText(f);
