@@ -166,6 +166,10 @@ Widget DialogParent(Widget owner) {
   return WidgetAlive(App().shell) ? App().shell : nullptr;
 }
 
+void Bell() {
+  if (App().dpy) XBell(App().dpy, 0);
+}
+
 std::string FieldText(Widget field) {
   char *s = XmTextFieldGetString(field);
   std::string out = s ? s : "";

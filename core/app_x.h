@@ -43,6 +43,9 @@ bool WidgetAlive(Widget w);
 // else the application shell; nullptr when there is none.
 Widget DialogParent(Widget owner);
 
+// Rings the bell of the program's display (a refused key or command).
+void Bell();
+
 // The text of a text field, and a label's new text.
 std::string FieldText(Widget field);
 void SetLabelText(Widget label, const std::string &text);

@@ -31,10 +31,6 @@ namespace quilla {
 
 namespace {
 
-void Bell() {
-  if (App().dpy) XBell(App().dpy, 0);
-}
-
 void StorePath(char *field, const std::string &value) { std::snprintf(field, kPathSize, "%s", value.c_str()); }
 
 // "Load Files...": one file opens a view on it, several a view walking them

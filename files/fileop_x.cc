@@ -38,10 +38,6 @@ std::string DirOf(const std::string &path) {
   return dir.empty() ? "./" : dir;
 }
 
-void Bell() {
-  if (App().dpy) XBell(App().dpy, 0);
-}
-
 // A window to ask on: the owner while it lives, else the main window.
 Widget LiveOwner(Widget owner) {
   if (WidgetAlive(owner)) return owner;

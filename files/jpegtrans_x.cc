@@ -25,10 +25,6 @@ const char kJpegTransformCommand[] = "jpegTransform";
 
 namespace {
 
-void Bell() {
-  if (App().dpy) XBell(App().dpy, 0);
-}
-
 // The toggles in the order they are shown, with their codes.
 struct Toggle {
   const char *name, *label;

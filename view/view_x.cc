@@ -1541,10 +1541,6 @@ void ResolvePath(const char *in, char *out) {
 
 // ---- the commands -----------------------------------------------------------------
 
-void Bell() {
-  if (App().dpy) XBell(App().dpy, 0);
-}
-
 // Writes every page of the view's file as a PPM file into `dir` (empty: the
 // extraction directory Settings PathExtract, else the picture's own).
 void ExtractPages(ViewRecord *v, std::string dir = "") {
